@@ -1,0 +1,34 @@
+# Helpers shared by the folders' CMakeLists.
+
+# kx_add_component(NAME <target> DEPS <targets...>)
+# A static library of the module made from every .cpp of the calling folder
+# (hidden visibility, position independent). A folder without sources yet gives an
+# interface library, so the tree configures while a subsystem is being written.
+function(kx_add_component)
+  cmake_parse_arguments(ARG "" "NAME" "DEPS" ${ARGN})
+  file(GLOB _sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/*.cpp)
+  if(_sources)
+    add_library(${ARG_NAME} STATIC ${_sources})
+    target_include_directories(${ARG_NAME} PUBLIC ${PROJECT_SOURCE_DIR})
+    target_link_libraries(${ARG_NAME} PUBLIC ${ARG_DEPS})
+  else()
+    add_library(${ARG_NAME} INTERFACE)
+    target_include_directories(${ARG_NAME} INTERFACE ${PROJECT_SOURCE_DIR})
+    target_link_libraries(${ARG_NAME} INTERFACE ${ARG_DEPS})
+  endif()
+endfunction()
+
+# kx_add_test_suite(NAME <exe> DEPS <targets...>)
+# A GoogleTest executable from every *_test.cpp of the calling folder, registered
+# with CTest (tests discovered when ctest runs).
+function(kx_add_test_suite)
+  cmake_parse_arguments(ARG "" "NAME" "DEPS" ${ARGN})
+  file(GLOB _sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/*.cpp)
+  if(NOT _sources)
+    return()
+  endif()
+  add_executable(${ARG_NAME} ${_sources})
+  target_link_libraries(${ARG_NAME} PRIVATE ${ARG_DEPS} kx_test_support GTest::gtest GTest::gtest_main Threads::Threads)
+  gtest_discover_tests(${ARG_NAME} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60
+                       PROPERTIES ENVIRONMENT "KX_ANSI_CODEPAGE=1252")
+endfunction()

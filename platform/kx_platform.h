@@ -1,0 +1,130 @@
+// The Windows calls the module and the host libraries make, behind one small
+// interface. The POSIX backend (libKXPlatform) implements them on Linux; a Win32
+// build maps each one to the system call of the same name.
+//
+// Code pages: code page 0 (CP_ACP) is the "ANSI code page", which on POSIX is a
+// setting of the host: the environment variable KX_ANSI_CODEPAGE holding a Windows
+// code-page number (default 1252). 932, 936, 949, 950, 1252 and 65001 are supported
+// (through iconv), among others iconv knows as "CPnnnn".
+//
+// Windows: a headless implementation. Dialogs are made from templates that a module
+// registers (KxRegisterDialogTemplate); their controls keep texts, combo-box lists
+// and selections, focus and window properties, so a host can show them and tests
+// can read them back.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "../host/kx_export.h"
+#include "../host/kx_types.h"
+
+extern "C" {
+
+constexpr uint32_t CP_ACP = 0;
+constexpr uint32_t CP_UTF8 = 65001;
+
+// Sets the ANSI code page for this process (overrides KX_ANSI_CODEPAGE); 0 = back to
+// the environment setting. Returns 0 on success, -1 for a code page iconv lacks.
+KXPLAT_API int KxSetAnsiCodePage(uint32_t codePage);
+// The code page CP_ACP stands for.
+KXPLAT_API uint32_t KxGetAnsiCodePage(void);
+
+// Like MultiByteToWideChar: converts `srcBytes` bytes (-1: up to and including the
+// terminator) to UTF-16. With dstChars 0 returns the units needed. Returns 0 on error.
+// Undecodable bytes become U+FFFD (never fails for a known code page).
+KXPLAT_API int KxMultiByteToWideChar(uint32_t codePage, uint32_t flags, const char* src, int srcBytes,
+                                     char16_t* dst, int dstChars);
+// Like WideCharToMultiByte: converts `srcChars` units (-1: with the terminator).
+// Unmappable characters become '?'. With dstBytes 0 returns the bytes needed.
+KXPLAT_API int KxWideCharToMultiByte(uint32_t codePage, uint32_t flags, const char16_t* src, int srcChars,
+                                     char* dst, int dstBytes);
+// Like IsDBCSLeadByteEx: is `byte` a lead byte of a double-byte character?
+KXPLAT_API int KxIsDBCSLeadByteEx(uint32_t codePage, uint8_t byte);
+
+// Like PathFindExtensionW: pointer to the last ".ext" of the file-name part of
+// `path`, or to its terminator when there is none.
+KXPLAT_API const char16_t* KxPathFindExtensionW(const char16_t* path);
+
+// Like DisableThreadLibraryCalls (no effect on POSIX; recorded for tests).
+KXPLAT_API int KxDisableThreadLibraryCalls(HMODULE module);
+KXPLAT_API int KxThreadLibraryCallsDisabled(HMODULE module);
+
+// Message box.
+constexpr uint32_t MB_OK = 0x00000000;
+constexpr uint32_t MB_TOPMOST = 0x00040000;
+constexpr int IDOK = 1;
+constexpr int IDCANCEL = 2;
+// Shows a message box through the installed handler (default: prints
+// "caption: text" to standard error) and returns IDOK.
+KXPLAT_API int KxMessageBoxW(HWND owner, const char16_t* text, const char16_t* caption, uint32_t type);
+using KxMessageBoxHandler = int (*)(HWND owner, const char16_t* text, const char16_t* caption, uint32_t type,
+                                    void* context);
+KXPLAT_API void KxSetMessageBoxHandler(KxMessageBoxHandler handler, void* context);
+
+// Window messages used by dialogs.
+constexpr uint32_t WM_INITDIALOG = 0x0110;
+constexpr uint32_t WM_COMMAND = 0x0111;
+constexpr uint32_t WM_DESTROY = 0x0002;
+constexpr uint32_t WM_CLOSE = 0x0010;
+constexpr uint32_t CB_ADDSTRING = 0x0143;
+constexpr uint32_t CB_GETCOUNT = 0x0146;
+constexpr uint32_t CB_GETCURSEL = 0x0147;
+constexpr uint32_t CB_SETCURSEL = 0x014E;
+constexpr uint32_t CB_GETLBTEXT = 0x0148;
+constexpr uint32_t CB_GETLBTEXTLEN = 0x0149;
+constexpr uint32_t CB_RESETCONTENT = 0x014B;
+constexpr intptr_t CB_ERR = -1;
+
+using DLGPROC = intptr_t (*)(HWND dialog, uint32_t message, uintptr_t wParam, intptr_t lParam);
+
+// Dialog templates: a control list with ids, kinds and initial texts.
+enum KxControlKind : uint32_t { KX_CONTROL_STATIC = 0, KX_CONTROL_EDIT = 1, KX_CONTROL_BUTTON = 2, KX_CONTROL_COMBOBOX = 3 };
+struct KxControlTemplate {
+  int id;
+  KxControlKind kind;
+  const char16_t* text;
+};
+struct KxDialogTemplate {
+  const char16_t* title;
+  const KxControlTemplate* controls;
+  int controlCount;
+};
+// Registers a dialog template `templateId` in `module` (the template data must outlive it).
+KXPLAT_API int KxRegisterDialogTemplate(HMODULE module, int templateId, const KxDialogTemplate* dialogTemplate);
+// A module handle for a library's resources, made once per name.
+KXPLAT_API HMODULE KxGetResourceModule(const char* name);
+
+// Like CreateDialogParamW: makes a modeless dialog from a registered template, sends
+// it WM_INITDIALOG with `param` and returns it (null when the template is unknown or
+// the dialog procedure is null).
+KXPLAT_API HWND KxCreateDialogParamW(HMODULE module, int templateId, HWND owner, DLGPROC dialogProc,
+                                     intptr_t param);
+// Like DestroyWindow: sends WM_DESTROY to the dialog procedure and frees the window.
+KXPLAT_API int KxDestroyWindow(HWND window);
+// Like IsWindow.
+KXPLAT_API int KxIsWindow(HWND window);
+KXPLAT_API int KxSetDlgItemTextW(HWND dialog, int controlId, const char16_t* text);
+// Copies a control's text (at most capacity units with the terminator); returns its length.
+KXPLAT_API int KxGetDlgItemTextW(HWND dialog, int controlId, char16_t* text, int capacity);
+KXPLAT_API HWND KxGetDlgItem(HWND dialog, int controlId);
+// Control id of a control window (0 for a dialog or unknown window).
+KXPLAT_API int KxGetDlgCtrlID(HWND control);
+// Like SendMessageW for the combo-box messages above (to a control) and WM_COMMAND /
+// WM_CLOSE (to a dialog: passed to its dialog procedure).
+KXPLAT_API intptr_t KxSendMessageW(HWND window, uint32_t message, uintptr_t wParam, intptr_t lParam);
+// Like SetFocus: returns the window that had the focus before.
+KXPLAT_API HWND KxSetFocus(HWND window);
+KXPLAT_API HWND KxGetFocus(void);
+KXPLAT_API int KxSetPropW(HWND window, const char16_t* name, void* value);
+KXPLAT_API void* KxGetPropW(HWND window, const char16_t* name);
+KXPLAT_API void* KxRemovePropW(HWND window, const char16_t* name);
+// Title of a dialog (as the template gave it or SetWindowText set it).
+KXPLAT_API int KxGetWindowTextW(HWND window, char16_t* text, int capacity);
+// Number of dialog windows now alive (for tests).
+KXPLAT_API int KxLiveDialogCount(void);
+
+}  // extern "C"
+
+// Helper for building command WPARAMs: LOWORD = control id, HIWORD = notification.
+constexpr uintptr_t KxMakeWParam(uint32_t low, uint32_t high) { return (low & 0xFFFFu) | ((high & 0xFFFFu) << 16); }
