@@ -1,0 +1,16 @@
+// Polyphase synthesis of one granule-channel into PCM samples.
+#pragma once
+
+#include <cstdint>
+
+namespace kxmp3 {
+
+// Synthesises the 18 time slots of one channel: `hybrid` holds 32 subbands x 18
+// samples (subband sb, slot t at 18 sb + t; frequency inversion of odd subbands is
+// done here). `ring` is the channel's 1024-double synthesis ring, `position` its
+// ring position (multiple of 64, 0..960). Writes 576 samples to `out`: int16_t
+// (bytesPerSample 2: rounded to nearest even, saturated) or double (bytesPerSample 8:
+// full scale +-1.0, never clipped).
+void SynthesizeGranule(const double* hybrid, double* ring, uint32_t* position, uint32_t bytesPerSample, void* out);
+
+}  // namespace kxmp3
