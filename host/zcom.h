@@ -1,5 +1,12 @@
 // Class_ZCOM: the reference-counted object base of the host core library.
 //
+// Counting: AddRef adds one; Release removes one and, at zero, calls ResetData and
+// then DeleteInstance (delete this); a Release at zero does nothing. QueryInterface
+// of the base answers FourCC 0 and the object's own FourCC (set by SetCoreData)
+// with `this` and a new reference, anything else with AF_E_UNSUPPORTED. Copies take
+// the FourCC and size only (a copy has one reference, its own lock, and is not
+// created). The object lock is recursive and excludes other threads.
+//
 // Every host object (streams, audio-file readers, plug-in decoder objects) derives
 // from it. The virtual functions are declared in the interface's slot order; plug-ins
 // override the first six and inherit the rest. Objects are allocated with the class's
@@ -10,6 +17,7 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <new>
 
 #include "kx_export.h"
 #include "kx_result_codes.h"
@@ -48,9 +56,15 @@ class KXCORE_API Class_ZCOM {
   virtual KxResult TryLockObject(const char* file, int line);
   virtual KxResult UnLockObject();
 
-  // Core-library allocation (zero-filled) for every object of the family.
+  // Core-library allocation (zero-filled) for every object of the family. The plain
+  // form throws std::bad_alloc on failure; the nothrow form returns null. Placement
+  // new constructs in memory the caller provides (and frees).
   static void* operator new(std::size_t size);
+  static void* operator new(std::size_t size, const std::nothrow_t&) noexcept;
+  static void* operator new(std::size_t, void* where) noexcept { return where; }
   static void operator delete(void* p);
+  static void operator delete(void* p, const std::nothrow_t&) noexcept;
+  static void operator delete(void*, void*) noexcept {}
 
   uint32_t ObjectSize() const { return objectSize_; }
 

@@ -51,6 +51,9 @@ class KXCORE_API Class_ZStream : public Class_ZCOM {
   Class_ZStream();
   ~Class_ZStream() override;
 
+  // FOURCC_ZSTM gives this stream (with a reference); other codes go to Class_ZCOM.
+  KxResult QueryInterface(uint32_t fourcc, void** out) override;
+
   // Reads up to `bytes`; *bytesRead (may be null) gets the count read. 0 when all
   // bytes arrived, ZS_E_END_OF_DATA when the end came first, another code on error.
   virtual KxResult Read(void* buffer, uint32_t bytes, uint32_t* bytesRead) = 0;

@@ -30,16 +30,25 @@ KXPLAT_API int KxSetAnsiCodePage(uint32_t codePage);
 // The code page CP_ACP stands for.
 KXPLAT_API uint32_t KxGetAnsiCodePage(void);
 
+// Flag of KxMultiByteToWideChar: fail (return 0) instead of replacing undecodable bytes.
+constexpr uint32_t MB_ERR_INVALID_CHARS = 0x00000008;
+
 // Like MultiByteToWideChar: converts `srcBytes` bytes (-1: up to and including the
-// terminator) to UTF-16. With dstChars 0 returns the units needed. Returns 0 on error.
-// Undecodable bytes become U+FFFD (never fails for a known code page).
+// terminator) to UTF-16. With dstChars 0 returns the units needed. Returns 0 on error
+// (unknown code page, bad arguments, dstChars too small: then nothing is written).
+// Undecodable bytes become U+FFFD (never fails for a known code page): a lead byte
+// with a valid trail byte whose pair is unmapped gives one U+FFFD for both bytes.
+// Code page 1252's undefined bytes 0x81, 0x8D, 0x8F, 0x90, 0x9D give U+0081 etc., as
+// on Windows. Conversions are thread-safe; no state survives a call.
 KXPLAT_API int KxMultiByteToWideChar(uint32_t codePage, uint32_t flags, const char* src, int srcBytes,
                                      char16_t* dst, int dstChars);
 // Like WideCharToMultiByte: converts `srcChars` units (-1: with the terminator).
-// Unmappable characters become '?'. With dstBytes 0 returns the bytes needed.
+// Unmappable characters and unpaired surrogates become '?' (in UTF-8: U+FFFD). With
+// dstBytes 0 returns the bytes needed; 0 on error or when dstBytes is too small.
 KXPLAT_API int KxWideCharToMultiByte(uint32_t codePage, uint32_t flags, const char16_t* src, int srcChars,
                                      char* dst, int dstBytes);
-// Like IsDBCSLeadByteEx: is `byte` a lead byte of a double-byte character?
+// Like IsDBCSLeadByteEx: is `byte` a lead byte of a double-byte character? (932:
+// 0x81-0x9F and 0xE0-0xFC; 936, 949, 950: 0x81-0xFE; every other code page: none.)
 KXPLAT_API int KxIsDBCSLeadByteEx(uint32_t codePage, uint8_t byte);
 
 // Like PathFindExtensionW: pointer to the last ".ext" of the file-name part of
@@ -67,7 +76,14 @@ constexpr uint32_t WM_INITDIALOG = 0x0110;
 constexpr uint32_t WM_COMMAND = 0x0111;
 constexpr uint32_t WM_DESTROY = 0x0002;
 constexpr uint32_t WM_CLOSE = 0x0010;
+constexpr uint32_t WM_SETTEXT = 0x000C;
+constexpr uint32_t WM_GETTEXT = 0x000D;        // wParam: capacity, lParam: char16_t buffer
+constexpr uint32_t WM_GETTEXTLENGTH = 0x000E;
 constexpr uint32_t CB_ADDSTRING = 0x0143;
+constexpr uint32_t CB_DELETESTRING = 0x0144;
+constexpr uint32_t CB_INSERTSTRING = 0x014A;
+constexpr uint32_t CB_SELECTSTRING = 0x014D;   // selects the first item starting with the text
+constexpr uint32_t CB_FINDSTRINGEXACT = 0x0158;
 constexpr uint32_t CB_GETCOUNT = 0x0146;
 constexpr uint32_t CB_GETCURSEL = 0x0147;
 constexpr uint32_t CB_SETCURSEL = 0x014E;
@@ -90,17 +106,22 @@ struct KxDialogTemplate {
   const KxControlTemplate* controls;
   int controlCount;
 };
-// Registers a dialog template `templateId` in `module` (the template data must outlive it).
+// Registers (or replaces) dialog template `templateId` of `module`; the data is copied.
+// Returns 1, or 0 for a null module or template.
 KXPLAT_API int KxRegisterDialogTemplate(HMODULE module, int templateId, const KxDialogTemplate* dialogTemplate);
 // A module handle for a library's resources, made once per name.
 KXPLAT_API HMODULE KxGetResourceModule(const char* name);
 
 // Like CreateDialogParamW: makes a modeless dialog from a registered template, sends
-// it WM_INITDIALOG with `param` and returns it (null when the template is unknown or
-// the dialog procedure is null).
+// it WM_INITDIALOG (wParam: the first control, lParam: `param`) and returns it (null
+// when the template is unknown, the dialog procedure is null, the owner is not a live
+// window, or the procedure destroyed the dialog during WM_INITDIALOG). A non-zero
+// answer to WM_INITDIALOG focuses the first control. Handles are never reused.
 KXPLAT_API HWND KxCreateDialogParamW(HMODULE module, int templateId, HWND owner, DLGPROC dialogProc,
                                      intptr_t param);
-// Like DestroyWindow: sends WM_DESTROY to the dialog procedure and frees the window.
+// Like DestroyWindow: destroys the dialogs it owns first, sends WM_DESTROY to the
+// dialog procedure (the window, its controls and properties are still valid then),
+// and frees the window; its handle is invalid afterwards (KxIsWindow gives 0).
 KXPLAT_API int KxDestroyWindow(HWND window);
 // Like IsWindow.
 KXPLAT_API int KxIsWindow(HWND window);
@@ -110,17 +131,27 @@ KXPLAT_API int KxGetDlgItemTextW(HWND dialog, int controlId, char16_t* text, int
 KXPLAT_API HWND KxGetDlgItem(HWND dialog, int controlId);
 // Control id of a control window (0 for a dialog or unknown window).
 KXPLAT_API int KxGetDlgCtrlID(HWND control);
-// Like SendMessageW for the combo-box messages above (to a control) and WM_COMMAND /
-// WM_CLOSE (to a dialog: passed to its dialog procedure).
+// Like GetParent: a control's dialog, a dialog's owner.
+KXPLAT_API HWND KxGetParent(HWND window);
+// Ids of a dialog's controls in template order (at most capacity written); returns the count.
+KXPLAT_API int KxGetDialogControls(HWND dialog, int* ids, int capacity);
+// Like SendMessageW: the combo-box and text messages above to a control; to a dialog
+// the text messages, and every other message (WM_COMMAND, WM_CLOSE, ...) passed to
+// its dialog procedure. A WM_CLOSE the procedure leaves unhandled (returns 0) is
+// followed by WM_COMMAND IDCANCEL, as the system's default does. Combo boxes are
+// unsorted; setting a combo box's text selects the item with that text (ASCII case
+// ignored) or clears the selection; CB_SETCURSEL sets the text to the item.
 KXPLAT_API intptr_t KxSendMessageW(HWND window, uint32_t message, uintptr_t wParam, intptr_t lParam);
 // Like SetFocus: returns the window that had the focus before.
 KXPLAT_API HWND KxSetFocus(HWND window);
 KXPLAT_API HWND KxGetFocus(void);
+// Window properties; names compare without regard to ASCII case.
 KXPLAT_API int KxSetPropW(HWND window, const char16_t* name, void* value);
 KXPLAT_API void* KxGetPropW(HWND window, const char16_t* name);
 KXPLAT_API void* KxRemovePropW(HWND window, const char16_t* name);
-// Title of a dialog (as the template gave it or SetWindowText set it).
+// Title of a dialog (as the template gave it or SetWindowText set it), or a control's text.
 KXPLAT_API int KxGetWindowTextW(HWND window, char16_t* text, int capacity);
+KXPLAT_API int KxSetWindowTextW(HWND window, const char16_t* text);
 // Number of dialog windows now alive (for tests).
 KXPLAT_API int KxLiveDialogCount(void);
 
