@@ -26,4 +26,20 @@ extern const uint32_t kBitrates[2][15];
 // Layer III, bitrate index 1..14, sampling-frequency bits not 3).
 bool IsLayer3Header(uint32_t word);
 
+// Single-byte steps of the sync search before it gives up.
+constexpr uint32_t kResyncSteps = 8192;
+
+// Frame length in bytes: table entry plus the padding byte.
+uint32_t FrameLength(const FrameHeader& header);
+// Main-data bytes of a frame: its length less header, side information and check word.
+int32_t MainDataLength(const FrameHeader& header);
+
+// Reads the four header bytes at the stream's position and checks them against the
+// reference header (under kHeaderCompareMask). Returns AF_S_OK when they start a
+// frame; AF_S_RESYNC when a new frame start was found further on and confirmed by
+// the next one; AF_E_BAD_FORMAT after kResyncSteps fruitless steps; AF_S_END_OF_DATA
+// when a read, tell or seek failed. On AF_S_OK and AF_S_RESYNC the stream stands
+// right behind the accepted four bytes and the reference becomes that word.
+KxResult ReadFrameHeader(FrameHeader& header, Class_ZStream* stream, uint32_t& referenceHeader);
+
 }  // namespace kxmp3
