@@ -1,0 +1,185 @@
+// The open sequence (Create): obtain the stream, lay out the container, choose the
+// output format, read the tags, bound the stream to the audio data, set up
+// de-emphasis, allocate the decoding buffers and decode ahead over the start skip,
+// so that the first PCM byte the host pulls is the first real sample.
+//
+// Every failure inside the sequence is raised as an OpenFailure carrying its code
+// and caught once, in Create, which releases a stream the object has not yet taken
+// over (a stream handed in by the caller too: the caller hands over its reference).
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+
+#include "../engine/output.h"
+#include "../host/kxcore.h"
+#include "../layout/container.h"
+#include "kxmp3.h"
+#include "open_steps.h"
+
+namespace kxmp3 {
+
+namespace {
+
+void Raise(KxResult code) { throw OpenFailure{code}; }
+
+void RaiseIfFailed(KxResult code) {
+  if (code != AF_S_OK) Raise(code);
+}
+
+}  // namespace
+
+void ResetReplayGain(ReplayGainRecord& record) {
+  std::memset(&record, 0, sizeof(record));
+  record.fourcc = FOURCC_RPGI;
+  record.size = sizeof(ReplayGainRecord);
+}
+
+uint8_t* AlignWorkBlock(uint8_t* raw) {
+  // Always moved up by 16 minus the low four bits: an aligned block moves by a
+  // full 16 bytes, which the 16 spare bytes of the allocation leave room for.
+  const auto low = static_cast<uint32_t>(reinterpret_cast<uintptr_t>(raw) & 15u);
+  return raw + (16u - low);
+}
+
+}  // namespace kxmp3
+
+using namespace kxmp3;
+
+KxResult Class_KXMP3::Create(void* params) {
+  if (Opened()) return AF_E_ALREADY_CREATED;
+  const auto* p = static_cast<const OpenParams*>(params);
+  if (p == nullptr) return AF_E_POINTER;
+  if (p->tag != FOURCC_ZAFC && p->tag != FOURCC_ZMP3) return AF_E_BAD_PARAM_TAG;
+  if (p->size != sizeof(OpenParams)) return AF_E_BAD_PARAM_SIZE;
+  Class_ZStream* stream = nullptr;
+  try {
+    OpenSequence(*p, stream);
+  } catch (const OpenFailure& failure) {
+    if (stream != nullptr && state_.stream != stream) stream->Release();
+    return failure.code;
+  }
+  SetCreatedFlag(1);
+  return AF_S_OK;
+}
+
+void Class_KXMP3::OpenSequence(const OpenParams& params, Class_ZStream*& stream) {
+  DecoderState& s = state_;
+
+  // 1. Stream: handed in, or made by the core library from the source description.
+  if ((params.flags & OPEN_FLAG_STREAM) != 0) {
+    stream = static_cast<Class_ZStream*>(params.source);
+    if (stream == nullptr) Raise(AF_E_POINTER);
+    s.openFlags |= OPEN_FLAG_STREAM;
+  } else {
+    void* object = nullptr;
+    RaiseIfFailed(ZCoreCreateObject(FOURCC_ZSNF, FOURCC_ZSTM, &object));
+    stream = static_cast<Class_ZStream*>(object);
+    if (stream == nullptr) Raise(AF_E_FAIL);
+    ZStreamOpenRecord record{};
+    record.tag = FOURCC_ZSTM;
+    record.size = sizeof(ZStreamOpenRecord);
+    record.mode = ZS_MODE_READ;
+    record.source = params.source;
+    RaiseIfFailed(stream->Create(&record));
+    s.openFlags |= OPEN_FLAG_OWN_STREAM;
+  }
+
+  // 2. Container detection and the first frame's header.
+  StreamLayout layout{};
+  MP3Info info{};
+  uint32_t header = 0;
+  RaiseIfFailed(DetectContainer(stream, params.flags, &layout, &info, &header));
+  s.info = info;
+  s.containerType = layout.containerType;
+  s.audioStart = layout.audioStart;
+  s.audioLength = layout.audioLength;
+  s.frameCount = layout.frameCount;
+  s.mpegVersion = info.mpegVersion;
+  // The open and every Rewind skip the whole start delay (encoder delay, decoder
+  // delay and a first frame), not just the encoder's figure.
+  s.lameDelay = layout.skipAtStart;
+  s.seekMode = layout.countSource;
+  s.outputLimitInForce = layout.outputLimitInForce;
+  static_assert(sizeof(s.encoderName) == sizeof(layout.encoderName));
+  std::memcpy(s.encoderName, layout.encoderName, sizeof(s.encoderName));
+
+  // 3. Output format.
+  if (params.requestedBits != 0 && params.requestedBits != 16) {
+    s.info.generic.bitsPerSample = 64;
+    s.info.generic.totalPcmBytes *= 4;
+    s.info.generic.formatFlags |= AFI_FLAG_FLOAT;
+    s.bytesPerSample = 8;
+  } else {
+    s.bytesPerSample = 2;
+  }
+
+  // 4. Tags: the merged comment record goes to the base, ReplayGain to the state.
+  ReadTagsStep(stream, s.containerType, *this);
+
+  // 5. Bound the stream to the audio data and take it over.
+  RaiseIfFailed(stream->SetBounds(static_cast<int64_t>(s.audioStart), static_cast<int64_t>(s.audioLength)));
+  RaiseIfFailed(stream->Seek(0, ZS_SEEK_SET));
+  s.stream = stream;
+
+  // 6. Information only: no decoding buffers.
+  if ((params.flags & OPEN_FLAG_INFO_ONLY) != 0) {
+    s.openFlags |= OPEN_FLAG_INFO_ONLY;
+    return;
+  }
+
+  // 7. De-emphasis coefficients (and a cleared filter), unless switched off.
+  if ((params.flags & OPEN_FLAG_NO_DEEMPHASIS) != 0) {
+    s.openFlags |= OPEN_FLAG_NO_DEEMPHASIS;
+  } else {
+#if __has_include("../engine/output.cpp")
+    SetupDeemphasis(s, s.info.generic.sampleRate);
+#endif
+  }
+
+  // 8. Buffers. Allocation results are not tested: the core allocator does not
+  // fail short of exhausting the process.
+  const uint32_t channels = s.info.generic.channels;
+  s.granuleBytes = 576u * channels * s.bytesPerSample;
+  s.pcmBufferSize = s.mpegVersion == 1 ? 2u * s.granuleBytes : s.granuleBytes;
+  s.pcmBuffer = static_cast<uint8_t*>(ZCoreAlloc(ZMEM_PLAIN, s.pcmBufferSize));
+  s.pcmReadPos = s.pcmBufferSize;
+  s.pcmFill = 0;
+  s.workBlockRaw = static_cast<uint8_t*>(ZCoreAlloc(ZMEM_ZEROED, kWorkBlockRawBytes));
+  s.workBlock = AlignWorkBlock(s.workBlockRaw);
+  s.workBlockHigh = s.workBlock + kSynthesisAreaBytes;
+  s.reservoir = static_cast<uint8_t*>(ZCoreAlloc(ZMEM_ZEROED, kReservoirBytes));
+  s.reservoirWriteIndex = 0;
+  s.reservoirBitPos = 0;
+  s.frameIndexCapacity = s.frameCount + kFrameIndexSlack;
+  s.frameIndex = static_cast<FrameIndexEntry*>(
+      ZCoreAlloc(ZMEM_ZEROED, static_cast<std::size_t>(s.frameIndexCapacity) * sizeof(FrameIndexEntry)));
+  s.frameIndex[0].offset = ~uint64_t{0};
+
+  // 9. Output limit, and decoding ahead over the start skip.
+  s.pcmTotalBytes = s.info.generic.totalPcmBytes;
+  if (s.lameDelay != 0) {
+    const uint64_t skip = uint64_t{s.lameDelay} * s.bytesPerSample * channels;
+    s.pcmTotalBytes += skip;
+    SkipStartBytes(skip);
+  }
+}
+
+KxResult Class_KXMP3::SkipStartBytes(uint64_t skipBytes) {
+  DecoderState& s = state_;
+  uint64_t left = skipBytes;
+  while (left > 0) {
+    const KxResult rc = DecodeStep(s, 0, nullptr, nullptr);
+    if (rc != AF_S_OK && rc != AF_S_FRAME_ERROR && rc != AF_E_UNDERFLOW) {
+      // End of data or a decoder failure: nothing more to skip over; the frame
+      // buffer's contents are not trusted.
+      s.pcmReadPos = s.pcmFill;
+      return rc;
+    }
+    const uint32_t available = s.pcmFill > s.pcmReadPos ? s.pcmFill - s.pcmReadPos : 0;
+    const auto take = static_cast<uint32_t>(std::min<uint64_t>(left, available));
+    s.pcmReadPos += take;
+    left -= take;
+    if (s.endOfData != 0 && left > 0 && s.pcmReadPos >= s.pcmFill) return AF_S_END_OF_DATA;
+  }
+  return AF_S_OK;
+}

@@ -1,0 +1,22 @@
+// Runs a program as a user would from a shell: arguments, optional environment
+// changes, captured standard output and error, and the exit code.
+#pragma once
+
+#include <map>
+#include <string>
+#include <vector>
+
+namespace kxtest {
+
+struct ProcessResult {
+  int exitCode = -1;   // exit status, or 128 + signal number
+  std::string out;     // standard output
+  std::string err;     // standard error
+};
+
+// Runs `program` with `args`. `env` entries are set (an empty value unsets the
+// variable) on top of this process's environment.
+ProcessResult RunProcess(const std::string& program, const std::vector<std::string>& args,
+                         const std::map<std::string, std::string>& env = {});
+
+}  // namespace kxtest
