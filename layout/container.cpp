@@ -216,10 +216,11 @@ Bounds DetectBare(Class_ZStream* stream, int64_t p0) {
       b.length -= kId3v1Bytes;
       footerPos -= kId3v1Bytes;
     }
-    SeekOrFail(stream, footerPos, ZS_SEEK_SET);
     uint64_t apeBytes = 0;
-    // A tag that claims more bytes than the audio holds is not taken as a tag.
-    if (ApeFooterHere(stream, &apeBytes) && apeBytes < static_cast<uint64_t>(b.length)) {
+    // A footer position before the stream's start cannot hold a footer; a tag that
+    // claims more bytes than the audio holds is not taken as a tag.
+    if (footerPos >= 0 && SeekTo(stream, footerPos) && ApeFooterHere(stream, &apeBytes) &&
+        apeBytes < static_cast<uint64_t>(b.length)) {
       b.type = kContainerBareApe;
       b.length -= static_cast<int64_t>(apeBytes);
     }
