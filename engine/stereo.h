@@ -15,4 +15,15 @@ namespace kxmp3 {
 void ApplyStereo(double* spectrum, GranuleInfo& gi0, GranuleInfo& gi1, const ScaleFactors& scalefactors1,
                  uint32_t rateCode, bool midSide, bool intensity, bool lsf);
 
+// Mid/side over subbands x 18 lines of both channels (16-byte aligned, subbands >= 1):
+// left = m + s, right = m - s.
+void MidSideKernel(double* left, double* right, uint32_t subbands);
+
+// Intensity stereo in place on both channels of `spectrum`, driven by channel 1's
+// block type, non-zero bounds and intensity positions `isPos` (its scale-factor array).
+// `midSide` selects the ratio tables scaled by sqrt(2); `lsf` the MPEG-2/2.5 tables.
+// Returns 0.
+int IntensityStereo(double* spectrum, const GranuleInfo& gi1, uint32_t rateCode, const uint32_t* isPos, bool midSide,
+                    bool lsf);
+
 }  // namespace kxmp3

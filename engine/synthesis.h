@@ -13,4 +13,9 @@ namespace kxmp3 {
 // full scale +-1.0, never clipped).
 void SynthesizeGranule(const double* hybrid, double* ring, uint32_t* position, uint32_t bytesPerSample, void* out);
 
+// One time slot of one channel: position = (position - 64) mod 1024, 64 new ring values
+// from the 32 subband samples (16-byte aligned), then 32 output samples (int16_t or
+// double by bytesPerSample) at `out`.
+void SynthesizeSlot(const double* samples, double* ring, uint32_t* position, uint32_t bytesPerSample, void* out);
+
 }  // namespace kxmp3

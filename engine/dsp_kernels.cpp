@@ -1,0 +1,47 @@
+// The function-pointer tables of the engine's kernels and the choice between them,
+// made once at first use: SSE2 when the build targets it, the scalar references
+// otherwise. A wider SIMD version would be one more table here, chosen by a CPU check.
+#include "dsp_kernels.h"
+
+namespace kxmp3 {
+
+namespace {
+
+const DspKernels kScalar = {
+    "scalar",          Dct32Scalar,       WindowInt16Scalar, WindowFloatScalar,    Imdct36Scalar,
+    Imdct12Scalar,     AliasReduceScalar, MidSideScalar,     InterleaveFloatScalar,
+};
+
+#if defined(__SSE2__)
+const DspKernels kSse2 = {
+    "sse2",          Dct32Sse2,       WindowInt16Sse2, WindowFloatSse2,    Imdct36Sse2,
+    Imdct12Sse2,     AliasReduceSse2, MidSideSse2,     InterleaveFloatSse2,
+};
+#endif
+
+const DspKernels& Choose() {
+#if defined(__SSE2__)
+  return kSse2;
+#else
+  return kScalar;
+#endif
+}
+
+}  // namespace
+
+const DspKernels& Dsp() {
+  static const DspKernels& chosen = Choose();
+  return chosen;
+}
+
+const DspKernels& ScalarKernels() { return kScalar; }
+
+const DspKernels* Sse2Kernels() {
+#if defined(__SSE2__)
+  return &kSse2;
+#else
+  return nullptr;
+#endif
+}
+
+}  // namespace kxmp3

@@ -1,0 +1,104 @@
+// The engine's hot loops behind one function-pointer table: synthesis matrixing and
+// windowing, the two IMDCTs, alias butterflies, mid/side and float interleaving.
+//
+// Every kernel exists as a plain scalar reference (beside the step that uses it) and
+// as an SSE2 version over pairs of doubles (in the step's *_sse2.cpp). The table is
+// chosen once, at first use; the steps call through Dsp() and never name an
+// instruction set. The two versions perform the same operations in the same order on
+// every value, so their results are bit-identical (the build forbids floating-point
+// contraction); the kernel tests hold each SSE2 kernel to its reference.
+//
+// Alignment: every pointer documented as aligned must be 16-byte aligned.
+#pragma once
+
+#include <cstdint>
+
+namespace kxmp3 {
+
+struct DspKernels {
+  const char* name;  // "scalar" or "sse2"
+
+  // Synthesis matrixing: v[i] = sum over k of cos((16 + i)(2 k + 1) pi / 64) samples[k],
+  // i = 0..63, by a fast 32-point DCT. samples (32) and v (64) aligned.
+  void (*dct32)(const double* samples, double* v);
+  // Synthesis windowing: out[n] = sum over k = 0..15 of W[32 k + n] ring[indexRow[k] + n]
+  // for n = 0..31, the sum formed tap by tap from k = 0. The int16 variant uses the
+  // 16-bit window copy, rounds to nearest even and saturates (a sum outside the 32-bit
+  // range gives -32768); the float variant stores the sums unchanged. ring aligned;
+  // out aligned for the float variant.
+  void (*windowInt16)(int16_t* out, const double* ring, const uint32_t* indexRow);
+  void (*windowFloat)(double* out, const double* ring, const uint32_t* indexRow);
+
+  // 36-point IMDCT of 18 lines (overwritten: the transform works in place on them),
+  // windowed with one of the stored long windows, into out[36]. All aligned.
+  void (*imdct36)(double* lines, double* out, const double* window);
+  // The three 12-point IMDCTs of a short-block subband (line k of window w at
+  // lines[3 k + w]), windowed and overlapped at offsets 6, 12 and 18 of out[36]
+  // (zeros elsewhere). All aligned.
+  void (*imdct12)(const double* lines, double* out);
+
+  // Alias butterflies over `boundaries` consecutive subband boundaries; upper points
+  // at subband sb, lower at subband sb + 1. Aligned, boundaries >= 1.
+  void (*aliasReduce)(double* upper, double* lower, uint32_t boundaries);
+  // Mid/side: left = m + s, right = m - s over subbands x 18 lines. Aligned, subbands >= 1.
+  void (*midSide)(double* left, double* right, uint32_t subbands);
+  // Interleaves 576 samples of each channel (planar: channel 0 then channel 1,
+  // aligned) into dst as L R pairs; dst may be aligned or not.
+  void (*interleaveFloat)(double* dst, const double* planar);
+};
+
+// The table chosen for this processor (SSE2 where the build has it, else scalar).
+const DspKernels& Dsp();
+// Both versions, for the kernel tests and the benchmarks. Sse2Kernels() returns null
+// when the build has no SSE2.
+const DspKernels& ScalarKernels();
+const DspKernels* Sse2Kernels();
+
+// Constants of the two IMDCT kernels, built by a start-up initialiser (they are not
+// part of the load-time tables). All pairs are 16-byte aligned.
+struct ImdctConstants {
+  // 36-point: the nine-point transforms run on pairs (even half, odd half).
+  // 2 cos(k pi / 18) for k = 2, 4, 8 (that is 2 cos(pi/9), 2 cos(2pi/9), 2 cos(4pi/9)) and
+  // k = 1, 3, 5, 7, each duplicated into a pair.
+  alignas(16) double c2[2], c4[2], c8[2];
+  alignas(16) double c1[2], c3[2], c5[2], c7[2];
+  // Combination factors 1 / (2 cos((2 j + 1) pi / 36)), j = 0..8 (and a zero pad).
+  alignas(16) double combine36[10];
+  // 12-point: cos(pi/6) as a pair; the three combination factors
+  // 1 / (2 cos((2 j + 1) pi / 12)), j = 0..2 (and a pad); the six post factors
+  // 1 / (2 cos((2 j + 1) pi / 24)), j = 0..5.
+  alignas(16) double c6[2];
+  alignas(16) double combine12[4];
+  alignas(16) double post12[6];
+  // Short window sin(pi/24 (2 i + 1)), i = 0..11, entries 3, 4 and 5 negated.
+  alignas(16) double shortWindow[12];
+};
+
+extern const ImdctConstants gImdctConstants;
+
+// Scalar references (defined beside their steps).
+void Dct32Scalar(const double* samples, double* v);
+void WindowInt16Scalar(int16_t* out, const double* ring, const uint32_t* indexRow);
+void WindowFloatScalar(double* out, const double* ring, const uint32_t* indexRow);
+void Imdct36Scalar(double* lines, double* out, const double* window);
+void Imdct12Scalar(const double* lines, double* out);
+void AliasReduceScalar(double* upper, double* lower, uint32_t boundaries);
+void MidSideScalar(double* left, double* right, uint32_t subbands);
+void InterleaveFloatScalar(double* dst, const double* planar);
+
+// SSE2 versions (defined in the *_sse2.cpp files; present when the build has SSE2).
+void Dct32Sse2(const double* samples, double* v);
+void WindowInt16Sse2(int16_t* out, const double* ring, const uint32_t* indexRow);
+void WindowFloatSse2(double* out, const double* ring, const uint32_t* indexRow);
+void Imdct36Sse2(double* lines, double* out, const double* window);
+void Imdct12Sse2(const double* lines, double* out);
+void AliasReduceSse2(double* upper, double* lower, uint32_t boundaries);
+void MidSideSse2(double* left, double* right, uint32_t subbands);
+void InterleaveFloatSse2(double* dst, const double* planar);
+
+// The 16-bit conversion of one window sum, as the processor's conversion does it:
+// round to nearest with ties to even, a value outside the 32-bit range (or NaN)
+// becomes the most negative 32-bit value, then saturation to 16 bits.
+int16_t ConvertSampleToInt16(double sum);
+
+}  // namespace kxmp3

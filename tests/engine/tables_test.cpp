@@ -1,0 +1,351 @@
+// The decoder tables against their defining formulas and listed values: gain, power,
+// alias coefficients, long IMDCT windows, synthesis window and its copies, ring index
+// table, fast-DCT factors, intensity ratios and the IMDCT kernel constants.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <complex>
+#include <cstring>
+#include <set>
+#include <vector>
+
+#include "dsp_test_util.h"
+#include "engine/dsp_kernels.h"
+#include "engine/tables.h"
+
+namespace kxmp3 {
+namespace {
+
+using kxtest::kPiL;
+
+class TablesTest : public ::testing::Test {
+ protected:
+  void SetUp() override { kxtest::EnsureDecoderTables(); }
+};
+
+// Relative difference of a double from an exact long double value.
+long double Rel(double got, long double want) {
+  if (want == 0) return std::fabs(static_cast<long double>(got));
+  return std::fabs((got - want) / want);
+}
+
+// Tables built from sin, cos and tan of rounded double arguments: the argument's
+// rounding, magnified where the function is steep, costs a few units in the last place.
+// Any mistake in a formula or an index is many orders of magnitude larger.
+constexpr long double kTrigTolerance = 5e-15L;
+
+TEST_F(TablesTest, EveryTableIsAlignedForPairLoads) {
+  const DecoderTables& t = gTables;
+  for (const void* p : {static_cast<const void*>(t.gain), static_cast<const void*>(t.power),
+                        static_cast<const void*>(t.aliasCs), static_cast<const void*>(t.aliasCa),
+                        static_cast<const void*>(t.imdctWindow[0]), static_cast<const void*>(t.imdctWindow[1]),
+                        static_cast<const void*>(t.imdctWindow[3]), static_cast<const void*>(t.synthWindowFloat),
+                        static_cast<const void*>(t.synthWindowInt16), static_cast<const void*>(t.dct32Factors),
+                        static_cast<const void*>(t.dct16Factors), static_cast<const void*>(t.dct8Factors),
+                        static_cast<const void*>(t.dct4Factors), static_cast<const void*>(t.dct2Factor),
+                        static_cast<const void*>(t.isRatioMpeg1), static_cast<const void*>(t.isRatioLsf),
+                        static_cast<const void*>(gImdctConstants.c1), static_cast<const void*>(gImdctConstants.combine36),
+                        static_cast<const void*>(gImdctConstants.combine12),
+                        static_cast<const void*>(gImdctConstants.shortWindow)}) {
+    EXPECT_TRUE(kxtest::Aligned16(p));
+  }
+}
+
+TEST_F(TablesTest, RebuildingGivesTheSameBytes) {
+  std::vector<unsigned char> before(sizeof(DecoderTables));
+  std::memcpy(before.data(), &gTables, sizeof(DecoderTables));
+  InitDecoderTables();
+  EXPECT_EQ(0, std::memcmp(before.data(), &gTables, sizeof(DecoderTables)));
+}
+
+// --- Gain ---
+
+TEST_F(TablesTest, GainFollowsQuarterSteps) {
+  for (uint32_t k = 0; k < kGainEntries; ++k) {
+    const long double want = std::exp2(-(static_cast<long double>(k) - 46) / 4);
+    EXPECT_LT(Rel(gTables.gain[k], want), 4e-16L) << k;
+  }
+}
+
+TEST_F(TablesTest, GainEdgeEntries) {
+  EXPECT_EQ(1.0, gTables.gain[kGainOrigin - 210]);  // global_gain 210 is unity
+  EXPECT_EQ(1.0, gTables.gain[46]);
+  EXPECT_LT(Rel(gTables.gain[0], std::exp2(11.5L)), 4e-16L);
+  EXPECT_LT(Rel(gTables.gain[511], std::exp2(-116.25L)), 4e-16L);
+  // Whole steps of 4 entries are exact powers of two.
+  EXPECT_EQ(2048.0, gTables.gain[2]);
+  EXPECT_EQ(std::ldexp(1.0, -116), gTables.gain[510]);
+  // Mid/side takes entry 258 - g: 2^(-1/2) below the plain global gain.
+  EXPECT_LT(Rel(gTables.gain[258 - 210], 1 / std::sqrt(2.0L)), 4e-16L);
+}
+
+// --- Power ---
+
+TEST_F(TablesTest, PowerHoldsMagnitudeToTheFourThirdsAndItsNegation) {
+  EXPECT_EQ(sizeof(gTables.power) / sizeof(double), 2u * 8207u);
+  for (uint32_t i = 0; i < kPowerEntries; ++i) {
+    const long double c = std::cbrt(static_cast<long double>(i));
+    const long double want = c * c * c * c;
+    // pow with the double nearest to 4/3 (about 7.4e-17 below it): the exponent's
+    // rounding costs up to ln(i) x 7.4e-17 relative, the result's rounding 1.1e-16.
+    const long double bound = std::log(std::fmax(1.0L, i)) * 7.5e-17L + 2.3e-16L;
+    EXPECT_LT(Rel(gTables.power[2 * i], want), bound) << i;
+    EXPECT_LT(Rel(gTables.power[2 * i], std::pow(static_cast<long double>(i), static_cast<long double>(4.0 / 3.0))),
+              2.3e-16L)
+        << i;
+    EXPECT_EQ(gTables.power[2 * i + 1], -gTables.power[2 * i]) << i;
+  }
+  EXPECT_EQ(0.0, gTables.power[0]);
+  EXPECT_EQ(1.0, gTables.power[2]);
+  EXPECT_EQ(-1.0, gTables.power[3]);
+}
+
+TEST_F(TablesTest, PowerLastEntryIsMagnitude8206) {
+  // Coded value 2 x 8206 + 1 (the largest negative magnitude) is the table's last entry.
+  const uint32_t last = 2 * 8206 + 1;
+  EXPECT_EQ(last + 1, sizeof(gTables.power) / sizeof(double));
+  EXPECT_LT(Rel(-gTables.power[last], std::pow(8206.0L, 4.0L / 3.0L)), 1e-15L);
+  // Magnitude 8207 would be outside: the table ends right there.
+  EXPECT_EQ(reinterpret_cast<const char*>(&gTables.power[last]) + sizeof(double),
+            reinterpret_cast<const char*>(gTables.power) + sizeof(gTables.power));
+}
+
+// --- Alias reduction ---
+
+TEST_F(TablesTest, AliasCoefficientsFromTableB9) {
+  const long double c[8] = {-0.6L, -0.535L, -0.33L, -0.185L, -0.095L, -0.041L, -0.0142L, -0.0037L};
+  for (int i = 0; i < 8; ++i) {
+    const long double root = std::sqrt(1 + c[i] * c[i]);
+    EXPECT_LT(Rel(gTables.aliasCs[i], 1 / root), 3e-16L) << i;
+    EXPECT_LT(Rel(gTables.aliasCa[i], c[i] / root), 3e-16L) << i;
+    // A rotation: cs^2 + ca^2 = 1.
+    const long double cs = gTables.aliasCs[i], ca = gTables.aliasCa[i];
+    EXPECT_NEAR(1.0L, cs * cs + ca * ca, 1e-15L) << i;
+  }
+  EXPECT_NEAR(0.857492925712544, gTables.aliasCs[0], 1e-15);
+  EXPECT_NEAR(-0.514495755427527, gTables.aliasCa[0], 1e-15);
+}
+
+// --- Long IMDCT windows ---
+
+TEST_F(TablesTest, LongWindowsInTheStoredForm) {
+  for (int type : {0, 1, 3}) {
+    for (int i = 0; i < 36; ++i) {
+      const long double q = std::cos(kPiL / 72 * (2 * i + 19));
+      const bool middle = i >= 4 && (i - 4) % 9 == 0;
+      const long double want = kxtest::StandardLongWindow(type, i) / q * (middle ? 0.5L : 0.25L);
+      EXPECT_LT(std::fabs(gTables.imdctWindow[type][i] - want), kTrigTolerance * std::fmax(1.0L, std::fabs(want)))
+          << "type " << type << " entry " << i;
+    }
+  }
+  // The unused row for short blocks is zero.
+  for (int i = 0; i < 36; ++i) EXPECT_EQ(0.0, gTables.imdctWindow[2][i]);
+}
+
+TEST_F(TablesTest, LongWindowZerosAndFlatTops) {
+  for (int i = 30; i < 36; ++i) EXPECT_EQ(0.0, gTables.imdctWindow[1][i]) << i;
+  for (int i = 0; i < 6; ++i) EXPECT_EQ(0.0, gTables.imdctWindow[3][i]) << i;
+  // Flat tops: 0.25 / q(i) (entry 22 keeps 0.5 / q).
+  for (int i = 18; i < 24; ++i) {
+    const double q = std::cos(3.14159265358979323846 / 72.0 * (2 * i + 19));
+    EXPECT_DOUBLE_EQ((i == 22 ? 0.5 : 0.25) / q, gTables.imdctWindow[1][i]) << i;
+  }
+}
+
+// --- Synthesis window ---
+
+TEST_F(TablesTest, SynthesisWindowListedValues) {
+  EXPECT_EQ(0, kSynthesisWindowD[0]);
+  EXPECT_EQ(-1, kSynthesisWindowD[1]);
+  EXPECT_EQ(75038, kSynthesisWindowD[256]);
+  EXPECT_EQ(-74992, kSynthesisWindowD[255]);
+  EXPECT_EQ(74992, kSynthesisWindowD[257]);
+  EXPECT_EQ(213, kSynthesisWindowD[64]);
+  EXPECT_EQ(2037, kSynthesisWindowD[128]);
+  EXPECT_EQ(6574, kSynthesisWindowD[192]);
+  EXPECT_EQ(1, kSynthesisWindowD[511]);
+  // The standard prints D to nine decimals: the integers reproduce those digits.
+  auto decimals = [](int32_t d) { return std::round(d / 65536.0 * 1e9) / 1e9; };
+  EXPECT_DOUBLE_EQ(1.144989014, decimals(kSynthesisWindowD[256]));
+  EXPECT_DOUBLE_EQ(-0.000015259, decimals(kSynthesisWindowD[1]));
+  EXPECT_DOUBLE_EQ(0.003250122, decimals(kSynthesisWindowD[64]));
+  EXPECT_DOUBLE_EQ(0.031082153, decimals(kSynthesisWindowD[128]));
+  EXPECT_DOUBLE_EQ(0.100311279, decimals(kSynthesisWindowD[192]));
+  EXPECT_DOUBLE_EQ(-1.144287109, decimals(kSynthesisWindowD[255]));
+}
+
+TEST_F(TablesTest, SynthesisWindowSymmetry) {
+  // D[512 - i] = -D[i], except at the multiples of 64 where D[512 - i] = D[i].
+  for (int i = 1; i < 512; ++i) {
+    if (i % 64 == 0) {
+      EXPECT_EQ(kSynthesisWindowD[512 - i], kSynthesisWindowD[i]) << i;
+    } else {
+      EXPECT_EQ(kSynthesisWindowD[512 - i], -kSynthesisWindowD[i]) << i;
+    }
+  }
+}
+
+// The prototype low-pass: D with the sign of every odd block of 64 taps reversed.
+std::vector<double> Prototype() {
+  std::vector<double> h(512);
+  for (int i = 0; i < 512; ++i) h[i] = ((i / 64) % 2 ? -1 : 1) * kSynthesisWindowD[i];
+  return h;
+}
+
+TEST_F(TablesTest, SynthesisWindowIsASmoothPrototypeInIntegerSteps) {
+  // The prototype is a smooth curve sampled and rounded to integers: its fourth
+  // differences stay within the rounding noise (at most 8 for values within 0.5 of the
+  // curve). A wrong digit anywhere shows up as a spike.
+  const std::vector<double> h = Prototype();
+  for (int i = 0; i + 4 < 512; ++i) {
+    const double d4 = h[i] - 4 * h[i + 1] + 6 * h[i + 2] - 4 * h[i + 3] + h[i + 4];
+    EXPECT_LE(std::fabs(d4), 8.0) << i;
+  }
+  // Its peak is the centre tap.
+  for (int i = 0; i < 512; ++i) EXPECT_LE(h[i], h[256]);
+}
+
+TEST_F(TablesTest, SynthesisWindowIsAPseudoQmfPrototype) {
+  const std::vector<double> h = Prototype();
+  auto response = [&](long double w) {
+    std::complex<long double> s = 0;
+    for (int n = 0; n < 512; ++n) s += static_cast<long double>(h[n]) * std::polar(1.0L, -w * n);
+    return std::abs(s);
+  };
+  const long double dc = response(0);
+  // DC gain 64 (x 65536) to within a few steps of the integer rounding.
+  EXPECT_NEAR(64.0L, dc / 65536, 5e-3L);
+  // Power complementary across the band edge pi/64: |H(w)|^2 + |H(pi/32 - w)|^2 = |H(0)|^2.
+  for (int k = 0; k <= 16; ++k) {
+    const long double w = k * (kPiL / 32) / 16;
+    const long double p = (std::pow(response(w), 2) + std::pow(response(kPiL / 32 - w), 2)) / (dc * dc);
+    EXPECT_NEAR(1.0L, p, 3e-4L) << k;
+  }
+  // Stop band: at least 100 dB down from 1.5 pi/32 on.
+  for (int k = 0; k < 120; ++k) {
+    const long double w = kPiL / 32 * (1.5L + k * 0.25L);
+    EXPECT_LT(response(w) / dc, 1e-5L) << k;
+  }
+}
+
+TEST_F(TablesTest, SynthesisWindowCopies) {
+  for (uint32_t i = 0; i < kSynthesisWindowTaps; ++i) {
+    EXPECT_EQ(std::ldexp(static_cast<double>(kSynthesisWindowD[i]), -16), gTables.synthWindowFloat[i]) << i;
+    EXPECT_EQ(kSynthesisWindowD[i] / 2.0, gTables.synthWindowInt16[i]) << i;
+  }
+}
+
+TEST_F(TablesTest, RingIndexTable) {
+  static const uint32_t kBase[16] = {0, 96, 128, 224, 256, 352, 384, 480, 512, 608, 640, 736, 768, 864, 896, 992};
+  for (uint32_t p = 0; p < 16; ++p) {
+    std::set<uint32_t> cells;
+    for (uint32_t k = 0; k < 16; ++k) {
+      const uint32_t base = 128 * (k / 2) + (k % 2 ? 96 : 0);
+      EXPECT_EQ(kBase[k], base);
+      EXPECT_EQ((64 * p + base) % 1024, kSynthesisRingIndex[p][k]) << p << "," << k;
+      EXPECT_EQ(0u, kSynthesisRingIndex[p][k] % 32);
+      for (uint32_t n = 0; n < 32; ++n) cells.insert(kSynthesisRingIndex[p][k] + n);
+    }
+    // Each row reads 512 distinct ring cells, none past the ring's end.
+    EXPECT_EQ(512u, cells.size());
+    EXPECT_LT(*cells.rbegin(), 1024u);
+  }
+}
+
+TEST_F(TablesTest, FastDctFactors) {
+  auto check = [](const double* f, int count, int n) {
+    for (int j = 0; j < count; ++j) {
+      EXPECT_LT(Rel(f[j], 1 / (2 * std::cos((2 * j + 1) * kPiL / (2 * n)))), kTrigTolerance) << n << " " << j;
+    }
+  };
+  check(gTables.dct32Factors, 16, 32);
+  check(gTables.dct16Factors, 8, 16);
+  check(gTables.dct8Factors, 4, 8);
+  check(gTables.dct4Factors, 2, 4);
+  check(gTables.dct2Factor, 1, 2);
+  EXPECT_EQ(gTables.dct2Factor[0], gTables.dct2Factor[1]);
+  EXPECT_NEAR(10.1900081235480, gTables.dct32Factors[15], 1e-12);
+}
+
+// --- Intensity stereo ---
+
+TEST_F(TablesTest, IntensityRatiosMpeg1) {
+  for (int i = 0; i < 16; ++i) {
+    if (i == 6 || i == 9 || i == 15) continue;  // tan at its poles and its -1: checked below
+    const long double t = std::tan(i * kPiL / 12);
+    EXPECT_LT(std::fabs(gTables.isRatioMpeg1[0][0][i] - t / (1 + t)), 1e-14L) << i;
+    EXPECT_LT(std::fabs(gTables.isRatioMpeg1[0][1][i] - 1 / (1 + t)), 1e-14L) << i;
+  }
+  for (int i = 0; i < 16; ++i) {
+    EXPECT_EQ(gTables.isRatioMpeg1[0][0][i] * std::sqrt(2.0), gTables.isRatioMpeg1[1][0][i]) << i;
+    EXPECT_EQ(gTables.isRatioMpeg1[0][1][i] * std::sqrt(2.0), gTables.isRatioMpeg1[1][1][i]) << i;
+  }
+  EXPECT_EQ(0.0, gTables.isRatioMpeg1[0][0][0]);
+  EXPECT_EQ(1.0, gTables.isRatioMpeg1[0][1][0]);
+  EXPECT_NEAR(0.5, gTables.isRatioMpeg1[0][0][3], 1e-15);
+  EXPECT_NEAR(0.5, gTables.isRatioMpeg1[0][1][3], 1e-15);
+}
+
+TEST_F(TablesTest, IntensityEntrySixIsAlmostAllLeft) {
+  // tan(6 pi / 12) in double is about 1.6e16, so left is about 1 and right about 6e-17.
+  EXPECT_NEAR(1.0, gTables.isRatioMpeg1[0][0][6], 1e-15);
+  EXPECT_GT(gTables.isRatioMpeg1[0][1][6], 1e-17);
+  EXPECT_LT(gTables.isRatioMpeg1[0][1][6], 1e-16);
+  // Entries past 6 are computed by the same formula, without a guard: near tan = -1
+  // (entry 9) the factors are very large.
+  EXPECT_GT(std::fabs(gTables.isRatioMpeg1[0][0][9]), 1e14);
+  EXPECT_TRUE(std::isfinite(gTables.isRatioMpeg1[0][0][9]));
+}
+
+TEST_F(TablesTest, IntensityRatiosLsf) {
+  for (int s = 0; s < 2; ++s) {
+    const long double io = std::exp2(-(s + 1) / 4.0L);
+    for (int i = 0; i < 16; ++i) {
+      long double left = 1, right = 1;
+      if (i % 2 == 1) left = std::pow(io, (i + 1) / 2);
+      if (i % 2 == 0 && i > 0) right = std::pow(io, i / 2);
+      EXPECT_LT(Rel(gTables.isRatioLsf[s][0][i], left), 1e-15L) << s << " " << i;
+      EXPECT_LT(Rel(gTables.isRatioLsf[s][1][i], right), 1e-15L) << s << " " << i;
+      EXPECT_LT(Rel(gTables.isRatioLsf[s + 2][0][i], left * std::sqrt(2.0L)), 1e-15L) << s << " " << i;
+      EXPECT_LT(Rel(gTables.isRatioLsf[s + 2][1][i], right * std::sqrt(2.0L)), 1e-15L) << s << " " << i;
+    }
+  }
+  EXPECT_EQ(1.0, gTables.isRatioLsf[0][0][0]);
+  EXPECT_EQ(1.0, gTables.isRatioLsf[0][1][0]);
+  // s = 1, is_pos 1: left 2^(-1/2).
+  EXPECT_NEAR(0.7071067811865476, gTables.isRatioLsf[1][0][1], 1e-16);
+  // s = 0, is_pos 8: right 2^(-1).
+  EXPECT_NEAR(0.5, gTables.isRatioLsf[0][1][8], 2e-16);
+}
+
+// --- IMDCT kernel constants ---
+
+TEST_F(TablesTest, ImdctConstants) {
+  const ImdctConstants& c = gImdctConstants;
+  auto pairOf = [](const double* p, long double want) {
+    EXPECT_EQ(p[0], p[1]);
+    EXPECT_LT(Rel(p[0], want), kTrigTolerance);
+  };
+  pairOf(c.c2, 2 * std::cos(kPiL / 9));
+  pairOf(c.c4, 2 * std::cos(2 * kPiL / 9));
+  pairOf(c.c8, 2 * std::cos(4 * kPiL / 9));
+  pairOf(c.c1, 2 * std::cos(kPiL / 18));
+  pairOf(c.c3, 2 * std::cos(3 * kPiL / 18));
+  pairOf(c.c5, 2 * std::cos(5 * kPiL / 18));
+  pairOf(c.c7, 2 * std::cos(7 * kPiL / 18));
+  pairOf(c.c6, std::cos(kPiL / 6));
+  for (int j = 0; j < 9; ++j) {
+    EXPECT_LT(Rel(c.combine36[j], 1 / (2 * std::cos((2 * j + 1) * kPiL / 36))), kTrigTolerance);
+  }
+  for (int j = 0; j < 3; ++j) {
+    EXPECT_LT(Rel(c.combine12[j], 1 / (2 * std::cos((2 * j + 1) * kPiL / 12))), kTrigTolerance);
+  }
+  for (int j = 0; j < 6; ++j) EXPECT_LT(Rel(c.post12[j], 1 / (2 * std::cos((2 * j + 1) * kPiL / 24))), kTrigTolerance);
+  for (int i = 0; i < 12; ++i) {
+    const long double s = std::sin(kPiL / 24 * (2 * i + 1));
+    EXPECT_LT(Rel(c.shortWindow[i], (i >= 3 && i <= 5) ? -s : s), kTrigTolerance) << i;
+  }
+}
+
+}  // namespace
+}  // namespace kxmp3
