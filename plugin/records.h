@@ -26,7 +26,7 @@ struct MP3Info {
   uint32_t originalBit;         // 2520
   uint32_t emphasis;            // 2524: 0..3
   uint32_t vbrKind;             // 2528: VBR header kind
-  uint32_t encoderDelay;        // 2532: encoder delay in samples (from the LAME/GOGO tag)
+  uint32_t encoderDelay;        // 2532: samples the open skips at the start (encoder + decoder delay + header frame)
   uint32_t samplesRemoved;      // 2536: delay plus padding
   uint32_t vbrHeaderFrame;      // 2540: first frame carries only a VBR header (skip it)
   uint32_t headerFlags;         // 2544: MP3_HEADER_FLAG_* below
