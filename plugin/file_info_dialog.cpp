@@ -10,12 +10,8 @@
 
 #include "../host/kxcore.h"
 #include "../platform/kx_platform.h"
-#include "kxmp3.h"
-
-#if __has_include("../tags/genres.h") && __has_include("../tags/genres.cpp")
 #include "../tags/genres.h"
-#define KXMP3_HAVE_GENRES 1
-#endif
+#include "kxmp3.h"
 
 namespace kxmp3 {
 
@@ -108,12 +104,11 @@ intptr_t FileInfoDialogProc(HWND dialog, uint32_t message, uintptr_t wParam, int
       const DecoderState& state = object->State();
       KxSetDlgItemTextW(dialog, kControlName, FieldText(state.info.generic.name, ZS_NAME_CHARS).c_str());
       KxSetDlgItemTextW(dialog, kControlDescription, BuildFileInfoText(state).c_str());
-#ifdef KXMP3_HAVE_GENRES
+      // The ID3v1 genre table in its order (the extensions past it are not listed).
       HWND genre = KxGetDlgItem(dialog, kControlGenre);
-      for (const char16_t* name : GenreNames) {
-        KxSendMessageW(genre, CB_ADDSTRING, 0, reinterpret_cast<intptr_t>(name));
+      for (std::size_t i = 0; i < kDialogGenreCount; ++i) {
+        KxSendMessageW(genre, CB_ADDSTRING, 0, reinterpret_cast<intptr_t>(GenreNames[i]));
       }
-#endif
       if (const void* comment = object->GetCommentSource(); comment != nullptr) {
         for (int field = 0; field < 7; ++field) {
           KxSetDlgItemTextW(dialog, kTagControls[field], CommentFieldText(comment, field).c_str());

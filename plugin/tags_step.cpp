@@ -1,27 +1,17 @@
 // The open sequence's tags step: the tag readers run on the stream for the
 // container type, their merged comment record becomes the comment source of the
 // audio-file base, and the ReplayGain values land in the object's record.
+#include "../tags/tag_merge.h"
 #include "kxmp3.h"
 #include "open_steps.h"
-
-#if __has_include("../tags/tag_merge.h") && __has_include("../tags/tag_merge.cpp")
-#include "../tags/tag_merge.h"
-#define KXMP3_HAVE_TAG_READERS 1
-#endif
 
 namespace kxmp3 {
 
 void ReadTagsStep(Class_ZStream* stream, uint32_t containerType, Class_KXMP3& object) {
   DecoderState& s = object.State();
+  // Containers whose tags carry no ReplayGain leave the record empty.
   ResetReplayGain(s.replayGain);
-#ifdef KXMP3_HAVE_TAG_READERS
-  void* comment = ReadTagsForContainer(stream, containerType, &s.replayGain);
-  object.SetCommentSource(comment);
-#else
-  (void)stream;
-  (void)containerType;
-  object.SetCommentSource(nullptr);
-#endif
+  object.SetCommentSource(ReadTagsForContainer(stream, containerType, &s.replayGain));
 }
 
 }  // namespace kxmp3
