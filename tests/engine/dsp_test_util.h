@@ -83,9 +83,16 @@ inline long double StandardLongWindow(int type, int i) {
 
 // x[i] = sum_k X[k] cos(pi/72 (2 i + 19)(2 k + 1)) times the standard window.
 inline void DirectImdct36(const double* lines, int type, long double* out) {
+  static const auto kCos = [] {
+    std::vector<long double> c(36 * 18);
+    for (int i = 0; i < 36; ++i) {
+      for (int k = 0; k < 18; ++k) c[18 * i + k] = std::cos(kPiL / 72 * (2 * i + 19) * (2 * k + 1));
+    }
+    return c;
+  }();
   for (int i = 0; i < 36; ++i) {
     long double s = 0;
-    for (int k = 0; k < 18; ++k) s += lines[k] * std::cos(kPiL / 72 * (2 * i + 19) * (2 * k + 1));
+    for (int k = 0; k < 18; ++k) s += lines[k] * kCos[18 * i + k];
     out[i] = s * StandardLongWindow(type, i);
   }
 }
@@ -104,9 +111,16 @@ inline void DirectImdct12(const double* lines, long double* out) {
 
 // v[i] = sum_k cos((16 + i)(2 k + 1) pi / 64) s[k], i = 0..63.
 inline void DirectMatrixing(const double* s, long double* v) {
+  static const auto kCos = [] {
+    std::vector<long double> c(64 * 32);
+    for (int i = 0; i < 64; ++i) {
+      for (int k = 0; k < 32; ++k) c[32 * i + k] = std::cos((16 + i) * (2 * k + 1) * kPiL / 64);
+    }
+    return c;
+  }();
   for (int i = 0; i < 64; ++i) {
     long double acc = 0;
-    for (int k = 0; k < 32; ++k) acc += std::cos((16 + i) * (2 * k + 1) * kPiL / 64) * s[k];
+    for (int k = 0; k < 32; ++k) acc += kCos[32 * i + k] * s[k];
     v[i] = acc;
   }
 }
