@@ -1,0 +1,57 @@
+// Huffman decoding of a granule-channel's spectral values (part 3 of its main data).
+//
+// Trees: arrays of signed 16-bit nodes laid out depth first. An internal node holds
+// -k, k being the number of entries of its 0-branch; the 0-branch follows it
+// directly and the 1-branch starts k + 1 entries after it. A leaf is >= 0: x * 16 + y
+// for the pair tables, the flags v w x y in bits 3..0 for the count1 tables.
+//
+// Coded values: 2 x magnitude + sign (sign 1 = negative), 0 for zero.
+#pragma once
+
+#include <cstdint>
+
+#include "engine_types.h"
+
+namespace kxmp3 {
+
+struct HuffmanTable {
+  uint32_t linbits;
+  const int16_t* tree;
+  uint32_t treeSize;  // entries of the tree
+};
+
+// Pair tables by table_select (0..31) and count1 tables A and B by count1table_select.
+extern const HuffmanTable kPairTables[32];
+extern const HuffmanTable kQuadTables[2];
+
+// The standard's code list behind a tree, as stored: per value (row-major x, y for
+// pair tables, vwxy for count1 tables) its code word and length. `width` is the
+// number of x (and y) values of a pair table (16 for count1 lists: one row).
+struct HuffmanCodeList {
+  const uint16_t* codes;
+  const uint8_t* lengths;
+  uint32_t count;
+  uint32_t width;
+};
+// Code list of the tree used by table_select `table`; count 0 for the tables with no
+// codes (0, 4, 14).
+HuffmanCodeList PairCodeList(uint32_t table);
+HuffmanCodeList QuadCodeList(uint32_t table);
+
+// One pair through a table without linbits; writes out[0], out[1].
+void DecodePair(const HuffmanTable& table, const uint8_t* reservoir, uint32_t& bitPos, uint32_t* out);
+// One pair through a table with linbits: an x or y of 15 is extended by `linbits` bits.
+void DecodePairLinbits(const HuffmanTable& table, const uint8_t* reservoir, uint32_t& bitPos, uint32_t linbits,
+                       uint32_t* out);
+// One quadruple through a count1 table; writes out[0..3].
+void DecodeQuad(const HuffmanTable& table, const uint8_t* reservoir, uint32_t& bitPos, uint32_t* out);
+
+// Decodes one granule-channel's big values and count1 part into `values` (576 coded
+// values). `part2Start` is the bit position before the scale factors; the Huffman
+// data ends at part2Start + part2_3_length, where the bit position is left whatever
+// was consumed. Returns the count of values that may be non-zero (0..576; the rest
+// are cleared) or -1.
+int32_t DecodeSpectrum(uint32_t* values, const uint8_t* reservoir, uint32_t& bitPos, const GranuleInfo& gi,
+                       uint32_t part2Start, uint32_t rateCode);
+
+}  // namespace kxmp3
