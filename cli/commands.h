@@ -23,5 +23,11 @@ struct CommandResult {
 void AddPluginsCommand(CLI::App& app, const GlobalOptions& options, CommandResult& result);
 // kxhost probe FILE: does the module take the file? Exit 0 yes, 1 no.
 void AddProbeCommand(CLI::App& app, const GlobalOptions& options, CommandResult& result);
+// kxhost info FILE: the information record, tags and ReplayGain, readably.
+void AddInfoCommand(CLI::App& app, const GlobalOptions& options, CommandResult& result);
+// kxhost decode FILE -o OUT [--float] [--format raw] [--no-deemphasis].
+void AddDecodeCommand(CLI::App& app, const GlobalOptions& options, CommandResult& result);
+// kxhost dialog FILE: opens the file-information dialog, prints it, closes it with OK.
+void AddDialogCommand(CLI::App& app, const GlobalOptions& options, CommandResult& result);
 
 }  // namespace kxhost

@@ -20,6 +20,9 @@ int main(int argc, char** argv) {
                  "module to load (default: $KX_PLUGIN_PATH, else beside kxhost, ../lib/kxmp3/plugins, ../plugins)");
   kxhost::AddPluginsCommand(app, options, result);
   kxhost::AddProbeCommand(app, options, result);
+  kxhost::AddInfoCommand(app, options, result);
+  kxhost::AddDecodeCommand(app, options, result);
+  kxhost::AddDialogCommand(app, options, result);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {

@@ -1,0 +1,56 @@
+// A decoder opened on a file (see decoder_session.h).
+#include "decoder_session.h"
+
+#include <cstdio>
+
+#include "file_stream.h"
+
+namespace kxhost {
+
+std::string ResultText(KxResult code) {
+  char hex[16];
+  std::snprintf(hex, sizeof(hex), "0x%X", code);
+  const char* name = KxResultName(code);
+  return name != nullptr ? std::string(hex) + " (" + name + ")" : std::string(hex);
+}
+
+DecoderSession::DecoderSession(const LoadedModule& module, const std::string& file, uint32_t flags,
+                               uint32_t requestedBits) {
+  const FormatInfo& format = module.Format();
+  if (format.create == nullptr || format.formatCount == 0) {
+    throw CliError("the module has no create callback: " + module.Path());
+  }
+  const uint32_t fourcc = format.formatCodes[0];
+  StreamRef stream(OpenFileStream(file));
+  KxResult rc = format.create(fourcc, &object_);
+  if (rc != AF_S_OK || object_ == nullptr) throw CliError("the module could not create a decoder: " + ResultText(rc));
+  void* audio = nullptr;
+  rc = object_->QueryInterface(fourcc, &audio);
+  if (rc != AF_S_OK || audio == nullptr) {
+    object_->Release();
+    object_ = nullptr;
+    throw CliError("the decoder has no audio-file interface: " + ResultText(rc));
+  }
+  audio_ = static_cast<Class_KXAudioFile*>(audio);
+  OpenParams params{};
+  params.tag = FOURCC_ZAFC;
+  params.size = sizeof(OpenParams);
+  params.flags = flags | OPEN_FLAG_STREAM;
+  params.source = stream.Release();  // the decoder takes the reference over, even on failure
+  params.requestedBits = requestedBits;
+  rc = audio_->Create(&params);
+  if (rc != AF_S_OK) {
+    audio_->Release();
+    object_->Release();
+    audio_ = nullptr;
+    object_ = nullptr;
+    throw CliError("cannot open " + file + ": " + ResultText(rc));
+  }
+}
+
+DecoderSession::~DecoderSession() {
+  if (audio_ != nullptr) audio_->Release();
+  if (object_ != nullptr) object_->Release();
+}
+
+}  // namespace kxhost
