@@ -1,0 +1,168 @@
+// Every SSE2 kernel held to its scalar reference on random input: the two perform the
+// same operations in the same order, so the results must be bit-identical (including
+// the signs of zeros), and the 16-bit window output identical sample for sample.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+#include <string>
+
+#include "dsp_test_util.h"
+#include "engine/dsp_kernels.h"
+#include "engine/tables.h"
+
+namespace kxmp3 {
+namespace {
+
+using kxtest::Doubles;
+
+class KernelsTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    kxtest::EnsureDecoderTables();
+    sse2_ = Sse2Kernels();
+    if (sse2_ == nullptr) GTEST_SKIP() << "this build has no SSE2 kernels to compare";
+  }
+  const DspKernels& scalar_ = ScalarKernels();
+  const DspKernels* sse2_ = nullptr;
+};
+
+template <size_t N>
+void ExpectSameBits(const Doubles<N>& a, const Doubles<N>& b, const std::string& what) {
+  for (size_t i = 0; i < N; ++i) {
+    ASSERT_TRUE(kxtest::SameBits(a[i], b[i])) << what << " entry " << i << ": " << a[i] << " vs " << b[i];
+  }
+}
+
+TEST(KernelChoice, ChosenOnceAndSse2WhenBuilt) {
+  const DspKernels& first = Dsp();
+  EXPECT_EQ(&first, &Dsp());
+  if (Sse2Kernels() != nullptr) {
+    EXPECT_EQ(std::string("sse2"), first.name);
+  } else {
+    EXPECT_EQ(std::string("scalar"), first.name);
+  }
+  EXPECT_EQ(std::string("scalar"), ScalarKernels().name);
+}
+
+TEST_F(KernelsTest, Dct32) {
+  kxtest::Random rnd(1);
+  for (int trial = 0; trial < 2000; ++trial) {
+    Doubles<32> s;
+    rnd.Fill(s.data(), 32, trial % 3 ? 1.0 : 1e6, true);
+    Doubles<64> a, b;
+    scalar_.dct32(s.data(), a.data());
+    sse2_->dct32(s.data(), b.data());
+    ExpectSameBits(a, b, "dct32 trial " + std::to_string(trial));
+  }
+  // All zeros, and all negative zeros.
+  for (double z : {0.0, -0.0}) {
+    Doubles<32> s;
+    for (int i = 0; i < 32; ++i) s[i] = z;
+    Doubles<64> a, b;
+    scalar_.dct32(s.data(), a.data());
+    sse2_->dct32(s.data(), b.data());
+    ExpectSameBits(a, b, "dct32 zeros");
+  }
+}
+
+TEST_F(KernelsTest, WindowFloatAndInt16) {
+  kxtest::Random rnd(2);
+  for (int trial = 0; trial < 500; ++trial) {
+    Doubles<1024> ring;
+    // Scales from quiet to far beyond full scale, so that saturation and sums beyond
+    // 32 bits are met too.
+    const double scale = trial % 4 == 0 ? 1e6 : trial % 4 == 1 ? 2.0 : trial % 4 == 2 ? 0.3 : 1e11;
+    rnd.Fill(ring.data(), 1024, scale, true);
+    const uint32_t* row = kSynthesisRingIndex[trial % 16];
+    Doubles<32> fa, fb;
+    scalar_.windowFloat(fa.data(), ring.data(), row);
+    sse2_->windowFloat(fb.data(), ring.data(), row);
+    ExpectSameBits(fa, fb, "window float trial " + std::to_string(trial));
+    alignas(16) int16_t ia[32], ib[32];
+    scalar_.windowInt16(ia, ring.data(), row);
+    sse2_->windowInt16(ib, ring.data(), row);
+    for (int n = 0; n < 32; ++n) ASSERT_EQ(ia[n], ib[n]) << "trial " << trial << " n " << n;
+  }
+}
+
+TEST_F(KernelsTest, WindowInt16UnalignedOutput) {
+  kxtest::Random rnd(3);
+  Doubles<1024> ring;
+  rnd.Fill(ring.data(), 1024, 0.5);
+  alignas(16) int16_t a[34], b[34];
+  scalar_.windowInt16(a + 1, ring.data(), kSynthesisRingIndex[3]);
+  sse2_->windowInt16(b + 1, ring.data(), kSynthesisRingIndex[3]);
+  for (int n = 1; n < 33; ++n) EXPECT_EQ(a[n], b[n]) << n;
+}
+
+TEST_F(KernelsTest, Imdct36) {
+  kxtest::Random rnd(4);
+  for (int trial = 0; trial < 2000; ++trial) {
+    Doubles<18> la, lb;
+    rnd.Fill(la.data(), 18, trial % 2 ? 1.0 : 1e5, true);
+    lb = la;
+    const int type = (trial % 3 == 2) ? 3 : trial % 3;
+    Doubles<36> a, b;
+    scalar_.imdct36(la.data(), a.data(), gTables.imdctWindow[type]);
+    sse2_->imdct36(lb.data(), b.data(), gTables.imdctWindow[type]);
+    ExpectSameBits(a, b, "imdct36 trial " + std::to_string(trial));
+    ExpectSameBits(la, lb, "imdct36 lines trial " + std::to_string(trial));
+  }
+}
+
+TEST_F(KernelsTest, Imdct12) {
+  kxtest::Random rnd(5);
+  for (int trial = 0; trial < 2000; ++trial) {
+    Doubles<18> lines;
+    rnd.Fill(lines.data(), 18, trial % 2 ? 1.0 : 1e5, true);
+    Doubles<36> a, b;
+    scalar_.imdct12(lines.data(), a.data());
+    sse2_->imdct12(lines.data(), b.data());
+    ExpectSameBits(a, b, "imdct12 trial " + std::to_string(trial));
+  }
+}
+
+TEST_F(KernelsTest, AliasReduce) {
+  kxtest::Random rnd(6);
+  for (uint32_t boundaries = 1; boundaries <= 31; ++boundaries) {
+    Doubles<576> a;
+    rnd.Fill(a.data(), 576, 100.0, true);
+    Doubles<576> b = a;
+    scalar_.aliasReduce(a.data(), a.data() + 18, boundaries);
+    sse2_->aliasReduce(b.data(), b.data() + 18, boundaries);
+    ExpectSameBits(a, b, "alias boundaries " + std::to_string(boundaries));
+  }
+}
+
+TEST_F(KernelsTest, MidSide) {
+  kxtest::Random rnd(7);
+  for (uint32_t subbands = 1; subbands <= 32; ++subbands) {
+    Doubles<1152> a;
+    rnd.Fill(a.data(), 1152, 100.0, true);
+    Doubles<1152> b = a;
+    scalar_.midSide(a.data(), a.data() + 576, subbands);
+    sse2_->midSide(b.data(), b.data() + 576, subbands);
+    ExpectSameBits(a, b, "mid/side subbands " + std::to_string(subbands));
+  }
+}
+
+TEST_F(KernelsTest, InterleaveFloatAlignedAndUnaligned) {
+  kxtest::Random rnd(8);
+  Doubles<1152> planar;
+  rnd.Fill(planar.data(), 1152, 1.0, true);
+  Doubles<1154> a{}, b{};
+  for (int offset : {0, 1}) {
+    // offset 1 puts the destination 8 bytes off 16-byte alignment.
+    scalar_.interleaveFloat(a.data() + offset, planar.data());
+    sse2_->interleaveFloat(b.data() + offset, planar.data());
+    ExpectSameBits(a, b, "interleave offset " + std::to_string(offset));
+    for (int i = 0; i < 576; ++i) {
+      ASSERT_TRUE(kxtest::SameBits(planar[i], b[offset + 2 * i]));
+      ASSERT_TRUE(kxtest::SameBits(planar[576 + i], b[offset + 2 * i + 1]));
+    }
+  }
+}
+
+}  // namespace
+}  // namespace kxmp3
