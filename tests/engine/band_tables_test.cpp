@@ -54,8 +54,9 @@ TEST(BandTables, WidthsMatchTheStandardsLists) {
   const int short2205[13] = {4, 4, 4, 6, 6, 8, 10, 14, 18, 26, 32, 42, 18};
   const int short24[13] = {4, 4, 4, 6, 8, 10, 12, 14, 18, 24, 32, 44, 12};
   const int short16[13] = {4, 4, 4, 6, 8, 10, 12, 14, 18, 24, 30, 40, 18};
-  const int* longs[9] = {long441, long48, long32, long2205, long24, long2205, long2205, long24, nullptr};
-  const int* shorts[9] = {short441, short48, short32, short2205, short24, short16, short2205, short24, nullptr};
+  // 16 kHz has the long widths of 22.05 kHz; 11.025 and 12 kHz (MPEG-2.5) those of 16 kHz.
+  const int* longs[9] = {long441, long48, long32, long2205, long24, long2205, long2205, long2205, nullptr};
+  const int* shorts[9] = {short441, short48, short32, short2205, short24, short16, short16, short16, nullptr};
   for (int r = 0; r < 8; ++r) {
     for (int b = 0; b < 22; ++b) EXPECT_EQ(kBandTables[r].longWidth[b], longs[r][b]) << r << " " << b;
     for (int b = 0; b < 13; ++b) EXPECT_EQ(kBandTables[r].shortWidth[b], shorts[r][b]) << r << " " << b;
