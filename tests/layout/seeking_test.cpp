@@ -273,7 +273,7 @@ TEST(FrameScan, EntriesFollowTheDecodersBookkeeping) {
     ASSERT_EQ(ScanFrame(hs.s), AF_S_OK) << i;
     FrameIndexEntry want = m.Step(lengths[i], mdbs[i], sums[i], i == 0);
     const FrameIndexEntry& got = hs.s.frameIndex[i];
-    EXPECT_EQ(got.offset, offsets[i]) << i;
+    EXPECT_EQ(uint64_t(got.offset), offsets[i]) << i;
     EXPECT_EQ(got.reservoirBitPos, want.reservoirBitPos) << i;
     EXPECT_EQ(got.reservoirWrite, want.reservoirWrite) << i;
     EXPECT_EQ(got.reservoirFill, want.reservoirFill) << i;
@@ -304,7 +304,7 @@ TEST(FrameScan, MpegTwoMonoSideInformation) {
   EXPECT_EQ(hs.s.frameIndex[0].reservoirBitPos, 700u);
   EXPECT_EQ(hs.s.frameIndex[1].reservoirBitPos, (L - 200) * 8 + 700);
   EXPECT_EQ(hs.s.frameIndex[1].reservoirFill, 2 * L);
-  EXPECT_EQ(hs.s.frameIndex[1].offset, FrameBytes(h));
+  EXPECT_EQ(uint64_t(hs.s.frameIndex[1].offset), FrameBytes(h));
 }
 
 // --- Seek control flow with a stand-in decoder ---
@@ -415,7 +415,7 @@ TEST(SeekToFrame, UnindexedFramesAheadAreScannedFirst) {
   EXPECT_EQ(fx.h.s.pcmReadPos, 4u);
   EXPECT_EQ(fx.h.s.pcmBuffer[4], 250);
   // The scan indexed every frame it passed.
-  for (uint32_t i = 10; i < 250; ++i) ASSERT_EQ(fx.h.s.frameIndex[i].offset, i * 417ull) << i;
+  for (uint32_t i = 10; i < 250; ++i) ASSERT_EQ(uint64_t(fx.h.s.frameIndex[i].offset), i * 417ull) << i;
 }
 
 TEST(SeekToFrame, BackwardToAnUnindexedFrameFails) {
