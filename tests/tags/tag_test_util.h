@@ -11,6 +11,7 @@
 
 #include "host/kxcore.h"
 #include "support/memory_stream.h"
+#include "tags/comment_record.h"
 
 namespace kxtest {
 
