@@ -5,6 +5,7 @@
 // from the module's load and unload hooks.
 #include <atomic>
 
+#include "../engine/tables.h"
 #include "../platform/kx_platform.h"
 #include "plugin_info.h"
 
@@ -17,6 +18,7 @@ std::atomic<uint32_t> gTableBuilds{0};
 std::atomic<HMODULE> gModule{nullptr};
 
 void BuildDecoderTables() {
+  InitDecoderTables();
   gTableBuilds.fetch_add(1, std::memory_order_relaxed);
 }
 

@@ -95,6 +95,8 @@ void Class_KXMP3::OpenSequence(const OpenParams& params, Class_ZStream*& stream)
   s.audioLength = layout.audioLength;
   s.frameCount = layout.frameCount;
   s.mpegVersion = info.mpegVersion;
+  // Every frame header the engine reads is checked against this word first.
+  s.referenceHeader = header;
   // The open and every Rewind skip the whole start delay (encoder delay, decoder
   // delay and a first frame), not just the encoder's figure.
   s.lameDelay = layout.skipAtStart;
@@ -131,9 +133,7 @@ void Class_KXMP3::OpenSequence(const OpenParams& params, Class_ZStream*& stream)
   if ((params.flags & OPEN_FLAG_NO_DEEMPHASIS) != 0) {
     s.openFlags |= OPEN_FLAG_NO_DEEMPHASIS;
   } else {
-#if __has_include("../engine/output.cpp")
     SetupDeemphasis(s, s.info.generic.sampleRate);
-#endif
   }
 
   // 8. Buffers. Allocation results are not tested: the core allocator does not
