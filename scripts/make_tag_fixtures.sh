@@ -96,10 +96,12 @@ ape ape_replaygain.mp3 "Artist=APE Artist" "Title=APE Title ✓" "Album=APE Albu
     "Genre=Jazz" "Comment=APE comment" "REPLAYGAIN_TRACK_GAIN=-3.20 dB" "REPLAYGAIN_TRACK_PEAK=0.891" \
     "REPLAYGAIN_ALBUM_GAIN=-4.10 dB" "REPLAYGAIN_ALBUM_PEAK=0.999"
 
-# APEv2 without Year in front of an ID3v1 tag with year 1999.
+# APEv2 without Year in front of an ID3v1 tag with year 1999 (the APE tag is written
+# first: mutagen appends its tag behind an ID3v1 tag it finds, id3lib appends the
+# ID3v1 tag at the very end).
 cp "$tmp/body.mp3" "$out/ape_id3v1.mp3"
-id3v2 -1 -a "V1 Artist" -t "V1 Title" -y 1999 -T 4 -g 29 "$out/ape_id3v1.mp3"
 ape ape_id3v1.mp3 "Artist=APE Artist" "Title=APE Title"
+id3v2 -1 -a "V1 Artist" -t "V1 Title" -y 1999 -T 4 -g 29 "$out/ape_id3v1.mp3"
 
 # ID3v2.4 with a track gain only, APEv2 with track and album gain (container type 4).
 id3 id3v2_ape.mp3 4 3 "TIT2=ID3 Title" "TXXX:replaygain_track_gain=-1.00 dB"
@@ -125,7 +127,7 @@ id3v24_latin1.mp3   mutagen ID3v2.4 Latin-1, TCON "(52)"
 id3v11.mp3          id3v2 (id3lib) ID3v1.1, track 7, genre 17
 id3v11_sjis.mp3     id3v2 (id3lib) ID3v1.1 with Shift-JIS bytes
 ape_replaygain.mp3  mutagen APEv2 with ReplayGain items
-ape_id3v1.mp3       id3v2 ID3v1.1 (year 1999, genre 29) then mutagen APEv2 without Year
+ape_id3v1.mp3       mutagen APEv2 without Year, then id3v2 ID3v1.1 (year 1999, track 4, genre 29) behind it
 id3v2_ape.mp3       mutagen ID3v2.4 (track gain) and APEv2 (track and album gain)
 riff_info.wav       ffmpeg RIFF WAVE (MP3) with LIST/INFO, then id3v2 ID3v1.1 track 9
 TXT
