@@ -1,6 +1,6 @@
-// The function-pointer tables of the engine's kernels and the choice between them,
-// made once at first use: SSE2 when the build targets it, the scalar references
-// otherwise. A wider SIMD version would be one more table here, chosen by a CPU check.
+// The function-pointer tables of the engine's kernels and the choice between them:
+// SSE2 when the build targets it, the scalar references otherwise. A wider SIMD
+// version would be one more table here, chosen once by a CPU check.
 #include "dsp_kernels.h"
 
 namespace kxmp3 {
@@ -19,19 +19,24 @@ const DspKernels kSse2 = {
 };
 #endif
 
-const DspKernels& Choose() {
 #if defined(__SSE2__)
-  return kSse2;
+constexpr const DspKernels* kChosen = &kSse2;
 #else
-  return kScalar;
+constexpr const DspKernels* kChosen = &kScalar;
 #endif
-}
+
+// The active table: fixed at compile time today (a run-time CPU check for a wider
+// version would set it once, before the first decoder exists). Tests may swap it.
+const DspKernels* gActive = kChosen;
 
 }  // namespace
 
-const DspKernels& Dsp() {
-  static const DspKernels& chosen = Choose();
-  return chosen;
+const DspKernels& Dsp() { return *gActive; }
+
+const DspKernels& ReplaceDspKernelsForTesting(const DspKernels& kernels) {
+  const DspKernels& previous = *gActive;
+  gActive = &kernels;
+  return previous;
 }
 
 const DspKernels& ScalarKernels() { return kScalar; }

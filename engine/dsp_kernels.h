@@ -3,8 +3,8 @@
 //
 // Every kernel exists as a plain scalar reference (beside the step that uses it) and
 // as an SSE2 version over pairs of doubles (in the step's *_sse2.cpp). The table is
-// chosen once, at first use; the steps call through Dsp() and never name an
-// instruction set. The two versions perform the same operations in the same order on
+// chosen once, before any decoder runs; the steps call through Dsp() and never name
+// an instruction set. The two versions perform the same operations in the same order on
 // every value, so their results are bit-identical (the build forbids floating-point
 // contraction); the kernel tests hold each SSE2 kernel to its reference.
 //
@@ -49,6 +49,9 @@ struct DspKernels {
 
 // The table chosen for this processor (SSE2 where the build has it, else scalar).
 const DspKernels& Dsp();
+// Makes `kernels` the active table and returns the previous one. For tests that
+// observe what the kernels are given; never called while a decoder runs.
+const DspKernels& ReplaceDspKernelsForTesting(const DspKernels& kernels);
 // Both versions, for the kernel tests and the benchmarks. Sse2Kernels() returns null
 // when the build has no SSE2.
 const DspKernels& ScalarKernels();

@@ -45,6 +45,15 @@ TEST(KernelChoice, ChosenOnceAndSse2WhenBuilt) {
   EXPECT_EQ(std::string("scalar"), ScalarKernels().name);
 }
 
+TEST(KernelChoice, ReplacementForTestsIsUndone) {
+  const DspKernels& chosen = Dsp();
+  const DspKernels& previous = ReplaceDspKernelsForTesting(ScalarKernels());
+  EXPECT_EQ(&chosen, &previous);
+  EXPECT_EQ(&ScalarKernels(), &Dsp());
+  ReplaceDspKernelsForTesting(previous);
+  EXPECT_EQ(&chosen, &Dsp());
+}
+
 TEST_F(KernelsTest, Dct32) {
   kxtest::Random rnd(1);
   for (int trial = 0; trial < 2000; ++trial) {

@@ -3,15 +3,22 @@
 // table, fast-DCT factors, intensity ratios and the IMDCT kernel constants.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <complex>
+#include <cstdlib>
 #include <cstring>
+#include <limits>
+#include <memory>
 #include <set>
+#include <string>
 #include <vector>
 
 #include "dsp_test_util.h"
 #include "engine/dsp_kernels.h"
 #include "engine/tables.h"
+#include "engine_harness.h"
+#include "host/kx_result_codes.h"
 
 namespace kxmp3 {
 namespace {
@@ -345,6 +352,192 @@ TEST_F(TablesTest, ImdctConstants) {
     const long double s = std::sin(kPiL / 24 * (2 * i + 1));
     EXPECT_LT(Rel(c.shortWindow[i], (i >= 3 && i <= 5) ? -s : s), kTrigTolerance) << i;
   }
+}
+
+}  // namespace
+}  // namespace kxmp3
+
+// --- The synthesis window derived from other decoders' output ---
+//
+// The 16-bit output of a slot is out[n] = sum_k W[32 k + n] V_k(n) with W = D / 2 and
+// V_k(n) the ring values tap k reads. Decoding a stream while recording those ring
+// values, and pairing each output with another decoder's sample at the same place,
+// gives for each n an overdetermined linear system in the 16 entries W[32 k + n]; its
+// least-squares solution recovers the window from that decoder's output alone.
+// The even taps of output 16 always read V[16] = 0 and so never reach the output;
+// those eight entries are not identifiable (the symmetry test covers them).
+
+namespace kxmp3 {
+namespace {
+
+struct WindowFit {
+  double ata[32][16][16] = {};
+  double atb[32][16] = {};
+  size_t equations[32] = {};
+  const std::vector<double>* reference = nullptr;  // in 16-bit units
+  size_t slot = 0;  // output slot of the next window call
+};
+
+WindowFit* gFit = nullptr;
+const DspKernels* gInner = nullptr;
+
+void FittingWindowInt16(int16_t* out, const double* ring, const uint32_t* row) {
+  gInner->windowInt16(out, ring, row);
+  const size_t slot = gFit->slot++;
+  for (int n = 0; n < 32; ++n) {
+    const size_t at = 32 * slot + n;
+    if (at >= gFit->reference->size()) return;
+    const double r = (*gFit->reference)[at];
+    if (r >= 32767 || r <= -32768) continue;  // saturated: not a window sum
+    double v[16];
+    for (int k = 0; k < 16; ++k) v[k] = ring[row[k] + n];
+    for (int k = 0; k < 16; ++k) {
+      for (int l = 0; l <= k; ++l) gFit->ata[n][k][l] += v[k] * v[l];
+      gFit->atb[n][k] += v[k] * r;
+    }
+    ++gFit->equations[n];
+  }
+}
+
+// Solves the normal equations of output n over the taps that ever see a non-zero
+// value; returns the fitted W per tap (NaN for taps that are never reached).
+std::vector<long double> Solve(const WindowFit& fit, int n) {
+  std::vector<int> taps;
+  for (int k = 0; k < 16; ++k) {
+    if (fit.ata[n][k][k] > 0) taps.push_back(k);
+  }
+  const size_t m = taps.size();
+  std::vector<std::vector<long double>> a(m, std::vector<long double>(m + 1));
+  for (size_t i = 0; i < m; ++i) {
+    for (size_t j = 0; j < m; ++j) {
+      const int k = std::max(taps[i], taps[j]), l = std::min(taps[i], taps[j]);
+      a[i][j] = fit.ata[n][k][l];
+    }
+    a[i][m] = fit.atb[n][taps[i]];
+  }
+  for (size_t c = 0; c < m; ++c) {
+    size_t pivot = c;
+    for (size_t r = c + 1; r < m; ++r) {
+      if (std::fabs(a[r][c]) > std::fabs(a[pivot][c])) pivot = r;
+    }
+    std::swap(a[c], a[pivot]);
+    for (size_t r = 0; r < m; ++r) {
+      if (r == c) continue;
+      const long double f = a[r][c] / a[c][c];
+      for (size_t j = c; j <= m; ++j) a[r][j] -= f * a[c][j];
+    }
+  }
+  std::vector<long double> w(16, std::numeric_limits<long double>::quiet_NaN());
+  for (size_t i = 0; i < m; ++i) w[taps[i]] = a[i][m] / a[i][i];
+  return w;
+}
+
+// One mono stream and another decoder's output for it, in 16-bit units.
+struct FitSource {
+  std::string name;
+  std::vector<uint8_t> bits;
+  std::vector<double> reference;
+};
+
+FitSource FromInt16(const std::string& dir, const std::string& name) {
+  FitSource s{name, kxtest::ReadFile(dir + name + ".bit"), {}};
+  for (int16_t v : kxtest::AsInt16(kxtest::ReadFile(dir + name + ".pcm"))) s.reference.push_back(v);
+  return s;
+}
+
+// Raw 32-bit floats, full scale 1.0.
+FitSource FromFloat32(const std::string& mp3, const std::string& f32) {
+  FitSource s{mp3, kxtest::ReadFile(mp3), {}};
+  const auto bytes = kxtest::ReadFile(f32);
+  for (size_t i = 0; i + 4 <= bytes.size(); i += 4) {
+    float f;
+    std::memcpy(&f, bytes.data() + i, 4);
+    s.reference.push_back(f * 32768.0);
+  }
+  return s;
+}
+
+std::unique_ptr<WindowFit> FitWindow(const std::vector<FitSource>& sources) {
+  auto fit = std::make_unique<WindowFit>();
+  gFit = fit.get();
+  gInner = &Dsp();
+  DspKernels fitting = Dsp();
+  fitting.windowInt16 = FittingWindowInt16;
+  const DspKernels& previous = ReplaceDspKernelsForTesting(fitting);
+  for (const FitSource& source : sources) {
+    kxtest::HarnessOptions options;
+    options.noDeemphasis = true;
+    auto h = kxtest::EngineHarness::Open(source.bits, options);
+    if (h == nullptr || h->Channels() != 1 || source.reference.empty()) {
+      ADD_FAILURE() << source.name << " cannot be fitted";
+      continue;
+    }
+    fit->reference = &source.reference;
+    std::vector<uint8_t> pcm;
+    for (int calls = 0; calls < 100000; ++calls) {
+      fit->slot = pcm.size() / 2 / 32;  // frames of silence make no window calls
+      if (h->DecodeOne(pcm) == int32_t{AF_S_END_OF_DATA}) break;
+    }
+  }
+  ReplaceDspKernelsForTesting(previous);
+  gFit = nullptr;
+  return fit;
+}
+
+// Solves the fit and compares every identifiable entry with the table; returns the
+// largest and the rms deviation in integer steps.
+std::pair<double, double> CompareFit(const WindowFit& fit, long double tolerance) {
+  long double worst = 0, sumSq = 0;
+  int identified = 0;
+  for (int n = 0; n < 32; ++n) {
+    const std::vector<long double> w = Solve(fit, n);
+    for (int k = 0; k < 16; ++k) {
+      const int i = 32 * k + n;
+      if (std::isnan(w[k])) {
+        EXPECT_TRUE(n == 16 && k % 2 == 0) << "tap " << k << " of output " << n << " never reached";
+        continue;
+      }
+      const long double d = 2 * w[k];  // the 16-bit window holds D / 2
+      const long double dev = std::fabs(d - kSynthesisWindowD[i]);
+      worst = std::fmax(worst, dev);
+      sumSq += dev * dev;
+      EXPECT_LT(dev, tolerance) << "D[" << i << "] fitted as " << static_cast<double>(d);
+      ++identified;
+    }
+  }
+  EXPECT_EQ(504, identified);
+  return {static_cast<double>(worst), static_cast<double>(std::sqrt(sumSq / identified))};
+}
+
+TEST_F(TablesTest, SynthesisWindowDerivedFromAnotherDecodersFloatOutput) {
+  // A lame-encoded noise stream (no encoder tag, so nothing is trimmed) and mpg123's
+  // 32-bit float output for it. The float output carries no 16-bit rounding, so the
+  // fit pins every entry to a few thousandths of an integer step.
+  const std::string dir = std::string(KX_TEST_DATA_DIR) + "/window/";
+  const FitSource source = FromFloat32(dir + "noise_44100_mono.mp3", dir + "noise_44100_mono.f32");
+  ASSERT_FALSE(source.bits.empty());
+  ASSERT_EQ(17u * 1152u, source.reference.size());
+  auto fit = FitWindow({source});
+  for (int n = 0; n < 32; ++n) EXPECT_GT(fit->equations[n], 500u) << n;
+  const auto [worst, rms] = CompareFit(*fit, 0.05L);
+  std::printf("[ window  ] fitted to another decoder's float output: largest deviation %.4f, rms %.4f steps\n", worst,
+              rms);
+}
+
+TEST_F(TablesTest, SynthesisWindowConsistentWithTheReferenceDecoder) {
+  // The 16-bit reference output of the conformance streams: its rounding (+-0.5) is
+  // noise of the fit, so each entry is pinned only to within about two steps, and the
+  // deviations must look like that noise (rms well below one step).
+  const std::string shared = kxtest::SharedDir();
+  if (shared.empty()) GTEST_SKIP() << "shared conformance streams missing (no ../shared/conformance beside the repository)";
+  const std::string dir = shared + "/conformance/";
+  // Mono streams whose output lines up with the reference from the first sample.
+  auto fit = FitWindow({FromInt16(dir, "l3-he_44khz"), FromInt16(dir, "l3-compl"), FromInt16(dir, "M2L3_compl24")});
+  for (int n = 0; n < 32; ++n) EXPECT_GT(fit->equations[n], 10000u) << n;
+  const auto [worst, rms] = CompareFit(*fit, 3.0L);
+  EXPECT_LT(rms, 1.0);
+  std::printf("[ window  ] fitted to the reference decoder's 16-bit output: largest deviation %.4f, rms %.4f steps\n",
+              worst, rms);
 }
 
 }  // namespace
