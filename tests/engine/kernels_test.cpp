@@ -10,6 +10,7 @@
 #include "dsp_test_util.h"
 #include "engine/dsp_kernels.h"
 #include "engine/tables.h"
+#include "engine_harness.h"
 
 namespace kxmp3 {
 namespace {
@@ -169,6 +170,32 @@ TEST_F(KernelsTest, InterleaveFloatAlignedAndUnaligned) {
     for (int i = 0; i < 576; ++i) {
       ASSERT_TRUE(kxtest::SameBits(planar[i], b[offset + 2 * i]));
       ASSERT_TRUE(kxtest::SameBits(planar[576 + i], b[offset + 2 * i + 1]));
+    }
+  }
+}
+
+TEST_F(KernelsTest, WholeStreamsDecodeIdenticallyWithEitherTable) {
+  // Every kernel at once, in the order and with the data of real decoding: joint
+  // stereo (mid/side and intensity), all three versions, de-emphasis, both formats.
+  const std::string dir = std::string(KX_TEST_DATA_DIR) + "/mp3/";
+  for (const char* name : {"m1_44100_joint_cbr.mp3", "m1_48000_stereo_vbr.mp3", "m2_24000_joint_vbr.mp3",
+                           "m25_8000_joint_abr.mp3", "m1_44100_emph5015.mp3", "m2_16000_mono_cbr.mp3"}) {
+    const auto bits = kxtest::ReadFile(dir + name);
+    ASSERT_FALSE(bits.empty()) << name;
+    for (uint32_t bps : {2u, 8u}) {
+      std::vector<uint8_t> pcm[2];
+      for (int which = 0; which < 2; ++which) {
+        const DspKernels& previous = ReplaceDspKernelsForTesting(which == 0 ? scalar_ : *sse2_);
+        kxtest::HarnessOptions options;
+        options.bytesPerSample = bps;
+        auto h = kxtest::EngineHarness::Open(bits, options);
+        ASSERT_NE(h, nullptr) << name;
+        pcm[which] = h->DecodeAll().pcm;
+        ReplaceDspKernelsForTesting(previous);
+      }
+      ASSERT_GT(pcm[0].size(), 10000u) << name;
+      ASSERT_EQ(pcm[0].size(), pcm[1].size()) << name;
+      EXPECT_EQ(0, std::memcmp(pcm[0].data(), pcm[1].data(), pcm[0].size())) << name << " bytes per sample " << bps;
     }
   }
 }
