@@ -153,7 +153,9 @@ KxResult SeekToFrame(DecoderState& s, uint32_t frame, uint32_t offset, DecodeSte
   } else {
     const uint32_t k = frame - kSeekPreRollFrames;
     if (!indexed(k)) {
-      if (s.frameCounter >= k) return AF_E_FAIL;
+      // A frame before the counter that is not indexed cannot be found again. (With
+      // the counter at k, frame k is simply the next one: the scan finds it.)
+      if (s.frameCounter > k) return AF_E_FAIL;
       // Frames never read yet: find them by scanning, which indexes k on the way.
       while (s.frameCounter < frame) {
         KxResult r = ScanFrame(s);

@@ -3,7 +3,8 @@
 # encoded with lame, then packaged by scripts/fixture_containers.py into RIFF
 # "WAVE" / "RMP3" files, tagged files and files with junk in front. Writes
 # tests/data/mp3/manifest.txt: one line per fixture with its name, sampling rate,
-# channels, the sample count of the encoder's input, and how it was made.
+# channels, the sample count of the encoder's input, and how it was made; and
+# the output of mpg123 (run as a black box) for two of them.
 #
 # The fixtures are committed; run this again only to change them.
 set -euo pipefail
@@ -12,7 +13,7 @@ out=tests/data/mp3
 tmp="$(mktemp -d)"
 trap 'rm -rf "$tmp"' EXIT
 mkdir -p "$out"
-rm -f "$out"/*.mp3 "$out"/*.wav "$out"/*.rmp "$out"/*.bin "$out"/manifest.txt
+rm -f "$out"/*.mp3 "$out"/*.wav "$out"/*.rmp "$out"/*.raw "$out"/manifest.txt
 
 manifest="$out/manifest.txt"
 echo "# name rate channels samples lame-options" >"$manifest"
@@ -60,6 +61,16 @@ encode m2_22050_emphccitt 22050 1 0.5 -m m -b 56 -e c -c
 encode m25_8000_noheader_long 8000 1 40.0 -m m -b 8 -t
 encode m1_44100_noheader_short 44100 2 0.5 -m j -b 64 -t
 encode m1_44100_noheader_vbr 44100 2 0.5 -m j -V 4 -t
+
+# Longer streams for the seeking tests: VBR and CBR with an Info header.
+encode m1_44100_joint_vbr_long 44100 2 6.0 -m j -V 7
+encode m1_32000_joint_cbr_long 32000 2 6.0 -m j -b 48
+
+# Oracle output of another decoder (mpg123, gapless, 16-bit), to check that the
+# start skip and the end trim line up sample for sample.
+for name in m2_22050_dual_cbr m1_48000_stereo_vbr; do
+  mpg123 -q -s "$out/$name.mp3" >"$out/$name.mpg123.raw"
+done
 
 # Containers and tags around m1_44100_joint_cbr.mp3 (see the Python step).
 python3 scripts/fixture_containers.py "$out"

@@ -1,0 +1,277 @@
+// Layout and seeking with the real frame decoder: a minimal open (detection,
+// bounds, buffers, the start skip) and delivery through the frame buffer, then
+// - the gapless length and alignment of lame-made streams against mpg123's output,
+// - 200 seeks at random positions with every origin in a VBR and a CBR stream,
+//   forward and backward, before and after the index has seen the target: the
+//   bytes that follow each seek equal those of one decode from the start,
+// - the frame scan's index entries equal the ones the decoder writes.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <mutex>
+#include <random>
+
+#include "engine/decode_frame.h"
+#include "engine/tables.h"
+#include "host/kxcore.h"
+#include "layout/container.h"
+#include "layout/seeking.h"
+#include "layout_test_util.h"
+
+namespace kxmp3 {
+namespace {
+
+using namespace layouttest;
+
+KxResult Step(DecoderState& s, int intoCaller, void* output, int32_t* count) {
+  const bool skipFirst = s.frameCounter == 0 && s.info.vbrHeaderFrame != 0;
+  return static_cast<KxResult>(skipFirst ? SkipFrame(s, intoCaller, output, count)
+                                         : DecodeFrame(s, intoCaller, output, count));
+}
+
+bool Acceptable(KxResult r) { return r == AF_S_OK || r == AF_S_FRAME_ERROR || r == AF_E_UNDERFLOW; }
+
+// A decoder state opened the way the open sequence does it (16-bit output, no
+// de-emphasis), reading through the frame buffer only.
+class Decoder {
+ public:
+  explicit Decoder(const std::string& fixture) {
+    static std::once_flag tables;
+    std::call_once(tables, [] { InitDecoderTables(); });
+    Bytes data = LoadFixture(fixture);
+    stream_ = MakeStream(data, u"x.mp3");
+    StreamLayout layout{};
+    alignas(8) MP3Info info{};
+    uint32_t header = 0;
+    ok_ = DetectContainer(stream_.get(), 0, &layout, &info, &header) == AF_S_OK;
+    if (!ok_) return;
+    s_.info = info;
+    s_.openFlags = OPEN_FLAG_NO_DEEMPHASIS;
+    s_.referenceHeader = header;
+    s_.lameDelay = layout.skipAtStart;
+    s_.outputLimitInForce = layout.outputLimitInForce;
+    s_.frameCount = layout.frameCount;
+    s_.bytesPerSample = 2;
+    stream_->SetBounds(static_cast<int64_t>(layout.audioStart), static_cast<int64_t>(layout.audioLength));
+    s_.stream = stream_.get();
+    const uint32_t channels = info.generic.channels;
+    s_.granuleBytes = 576 * channels * 2;
+    s_.pcmBufferSize = info.mpegVersion == 1 ? 2 * s_.granuleBytes : s_.granuleBytes;
+    s_.pcmBuffer = static_cast<uint8_t*>(ZCoreAlloc(ZMEM_PLAIN, s_.pcmBufferSize));
+    s_.pcmReadPos = s_.pcmBufferSize;
+    s_.workBlockRaw = static_cast<uint8_t*>(ZCoreAlloc(ZMEM_ZEROED, kWorkBlockRawBytes));
+    s_.workBlock = s_.workBlockRaw;  // the core allocator gives 16-byte aligned blocks
+    s_.workBlockHigh = s_.workBlock + kSynthesisAreaBytes;
+    s_.reservoir = static_cast<uint8_t*>(ZCoreAlloc(ZMEM_ZEROED, kReservoirBytes));
+    s_.frameIndexCapacity = layout.frameCount + kFrameIndexSlack;
+    s_.frameIndex = static_cast<FrameIndexEntry*>(ZCoreAlloc(ZMEM_ZEROED, s_.frameIndexCapacity * sizeof(FrameIndexEntry)));
+    s_.frameIndex[0].offset = ~uint64_t{0};
+    s_.pcmTotalBytes = info.generic.totalPcmBytes + uint64_t{s_.lameDelay} * 2 * channels;
+    uint64_t skip = uint64_t{s_.lameDelay} * 2 * channels;
+    while (skip > 0) {
+      KxResult r = Step(s_, 0, nullptr, nullptr);
+      if (!Acceptable(r)) {
+        ok_ = false;
+        return;
+      }
+      uint32_t take = static_cast<uint32_t>(std::min<uint64_t>(skip, Available()));
+      s_.pcmReadPos += take;
+      skip -= take;
+    }
+  }
+  ~Decoder() {
+    ZCoreFree(s_.pcmBuffer);
+    ZCoreFree(s_.workBlockRaw);
+    ZCoreFree(s_.reservoir);
+    ZCoreFree(s_.frameIndex);
+  }
+  bool ok() const { return ok_; }
+  DecoderState& state() { return s_; }
+
+  // Reads up to `n` bytes; fewer at the end of the stream.
+  Bytes Read(size_t n) {
+    Bytes out;
+    while (out.size() < n) {
+      if (Available() == 0) {
+        if (s_.endOfData) break;
+        KxResult r = Step(s_, 0, nullptr, nullptr);
+        if (!Acceptable(r)) break;
+        continue;
+      }
+      uint32_t take = static_cast<uint32_t>(std::min<size_t>(n - out.size(), Available()));
+      out.insert(out.end(), s_.pcmBuffer + s_.pcmReadPos, s_.pcmBuffer + s_.pcmReadPos + take);
+      s_.pcmReadPos += take;
+    }
+    return out;
+  }
+  uint64_t Position() {
+    QWUNION p{};
+    GetPosition(s_, AF_ORIGIN_START, &p);
+    return p.u;
+  }
+
+ private:
+  uint32_t Available() const { return s_.pcmFill > s_.pcmReadPos ? s_.pcmFill - s_.pcmReadPos : 0; }
+  DecoderState s_{};
+  StreamPtr stream_;
+  bool ok_ = false;
+};
+
+struct LockObject {
+  Class_ZCOM* object = new Class_ZCOM();
+  ~LockObject() { object->Release(); }
+};
+
+uint64_t ManifestSamples(const std::string& name) {
+  for (const FixtureInfo& f : LoadManifest())
+    if (f.name == name) return f.samples * f.channels;
+  return 0;
+}
+
+TEST(GaplessDecode, LengthAndAlignmentMatchAnotherDecoder) {
+  for (const char* name : {"m2_22050_dual_cbr", "m1_48000_stereo_vbr"}) {
+    SCOPED_TRACE(name);
+    Decoder d(std::string(name) + ".mp3");
+    ASSERT_TRUE(d.ok());
+    Bytes ours = d.Read(1 << 24);
+    Bytes theirs = LoadFixture(std::string(name) + ".mpg123.raw");
+    ASSERT_FALSE(theirs.empty());
+    // Exactly the encoder's input length.
+    EXPECT_EQ(ours.size(), ManifestSamples(std::string(name) + ".mp3") * 2);
+    ASSERT_EQ(ours.size(), theirs.size());
+    // Sample for sample: two decoders agree to a few LSB; a shift by one sample of
+    // these sweeps would differ by hundreds.
+    int worst = 0;
+    for (size_t i = 0; i + 1 < ours.size(); i += 2) {
+      int a = static_cast<int16_t>(ours[i] | (ours[i + 1] << 8));
+      int b = static_cast<int16_t>(theirs[i] | (theirs[i + 1] << 8));
+      worst = std::max(worst, std::abs(a - b));
+    }
+    EXPECT_LE(worst, 2);
+  }
+}
+
+TEST(GaplessDecode, EveryTaggedFixtureDecodesToItsInputLength) {
+  for (const FixtureInfo& f : LoadManifest()) {
+    if (f.name.find("noheader") != std::string::npos || f.keys.count("container")) continue;
+    SCOPED_TRACE(f.name);
+    Decoder d(f.name);
+    ASSERT_TRUE(d.ok());
+    EXPECT_EQ(d.Read(1 << 24).size(), f.samples * f.channels * 2);
+  }
+}
+
+TEST(GaplessDecode, StreamWithoutHeaderLosesNoFrame) {
+  // Counted stream: every frame's output comes out, nothing trimmed.
+  Decoder d("m1_44100_noheader_short.mp3");
+  ASSERT_TRUE(d.ok());
+  EXPECT_EQ(d.Read(1 << 24).size(), uint64_t{d.state().frameCount} * 1152 * 4);
+}
+
+void RandomSeeks(const std::string& fixture, int seeks, uint32_t seed) {
+  Decoder whole(fixture);
+  ASSERT_TRUE(whole.ok());
+  const Bytes ref = whole.Read(1 << 26);
+  const uint64_t total = whole.state().info.generic.totalPcmBytes;
+  ASSERT_EQ(ref.size(), total);
+  const uint64_t block = whole.state().info.generic.channels * 2;
+
+  std::mt19937 rng(seed);
+  LockObject lock;
+  std::unique_ptr<Decoder> d;
+  int scanned = 0, indexed = 0, early = 0;
+  for (int i = 0; i < seeks; ++i) {
+    // A fresh decoder now and then, so that targets ahead of the index come up.
+    if (i % 25 == 0) {
+      d = std::make_unique<Decoder>(fixture);
+      ASSERT_TRUE(d->ok());
+    }
+    DecoderState& s = d->state();
+    const uint64_t want = std::uniform_int_distribution<uint64_t>(0, total / block - 1)(rng) * block;
+    const uint32_t origin = std::array<uint32_t, 3>{AF_ORIGIN_START, AF_ORIGIN_END, AF_ORIGIN_CURRENT}[i % 3];
+    const uint64_t now = d->Position();
+    const uint64_t delay = uint64_t{s.lameDelay} * block;
+    const uint64_t unread = s.pcmBufferSize - s.pcmReadPos;
+    const uint32_t fb = s.pcmBufferSize;
+    QWUNION request{};
+    uint64_t expect = want;
+    if (origin == AF_ORIGIN_START) {
+      request.u = want;
+    } else if (origin == AF_ORIGIN_END) {
+      request.u = total - want;
+    } else {
+      // Relative: the seek goes to current + request + delay (the delay counted
+      // again on top of the current byte count), and a request within the
+      // buffered bytes leaves exactly that many unread.
+      request.u = want - now - delay;
+      if (request.u <= unread) {
+        expect = now + unread - request.u;
+      }
+    }
+    const uint64_t target = expect + delay;
+    const uint32_t frame = static_cast<uint32_t>(target / fb);
+    if (frame <= kSeekPreRollFrames) {
+      ++early;
+    } else if (frame - kSeekPreRollFrames < s.frameIndexCapacity && s.frameIndex[frame - kSeekPreRollFrames].offset != 0) {
+      ++indexed;
+    } else {
+      ++scanned;
+    }
+    ASSERT_EQ(SetPosition(s, lock.object, request, origin, Step), AF_S_OK) << i;
+    ASSERT_EQ(d->Position(), expect) << i;
+    Bytes got = d->Read(3000);
+    const size_t n = static_cast<size_t>(std::min<uint64_t>(3000, total - expect));
+    ASSERT_EQ(got.size(), n) << i;
+    ASSERT_TRUE(std::equal(got.begin(), got.end(), ref.begin() + static_cast<std::ptrdiff_t>(expect)))
+        << "seek " << i << " origin " << origin << " to " << expect;
+  }
+  // Every path was taken.
+  EXPECT_GT(scanned, 0);
+  EXPECT_GT(indexed, 0);
+  EXPECT_GT(early, 0);
+}
+
+TEST(SeekDecode, RandomPositionsInAVbrStream) { RandomSeeks("m1_44100_joint_vbr_long.mp3", 100, 7); }
+TEST(SeekDecode, RandomPositionsInACbrStream) { RandomSeeks("m1_32000_joint_cbr_long.mp3", 100, 11); }
+TEST(SeekDecode, RandomPositionsInAStreamWithoutHeader) { RandomSeeks("m25_8000_noheader_long.mp3", 40, 13); }
+
+TEST(SeekDecode, QuickRelativeSeekOfZeroDropsTheBuffer) {
+  Decoder d("m1_32000_joint_cbr_long.mp3");
+  ASSERT_TRUE(d.ok());
+  LockObject lock;
+  d.Read(1000);
+  const uint64_t before = d.Position();
+  const uint64_t unread = d.state().pcmBufferSize - d.state().pcmReadPos;
+  ASSERT_GT(unread, 0u);
+  QWUNION zero{};
+  ASSERT_EQ(SetPosition(d.state(), lock.object, zero, AF_ORIGIN_CURRENT, Step), AF_S_OK);
+  EXPECT_EQ(d.Position(), before + unread);
+}
+
+TEST(FrameScan, EntriesEqualTheDecodersOwn) {
+  for (const char* name : {"m1_44100_joint_vbr_long.mp3", "m1_32000_joint_cbr_long.mp3", "m1_44100_crc.mp3",
+                           "m2_24000_joint_vbr.mp3", "m25_12000_mono_vbr.mp3"}) {
+    SCOPED_TRACE(name);
+    Decoder decoded(name);
+    Decoder scanned(name);
+    ASSERT_TRUE(decoded.ok());
+    ASSERT_TRUE(scanned.ok());
+    decoded.Read(1 << 26);
+    DecoderState& a = decoded.state();
+    DecoderState& b = scanned.state();
+    const uint32_t from = b.frameCounter;  // the start skip decoded these already
+    while (ScanFrame(b) == AF_S_OK) {
+    }
+    EXPECT_EQ(b.frameCounter, a.frameCounter);
+    for (uint32_t i = from; i < a.frameCounter && i < b.frameCounter; ++i) {
+      ASSERT_EQ(uint64_t(b.frameIndex[i].offset), uint64_t(a.frameIndex[i].offset)) << i;
+      ASSERT_EQ(b.frameIndex[i].reservoirBitPos, a.frameIndex[i].reservoirBitPos) << i;
+      ASSERT_EQ(b.frameIndex[i].reservoirWrite, a.frameIndex[i].reservoirWrite) << i;
+      ASSERT_EQ(b.frameIndex[i].reservoirFill, a.frameIndex[i].reservoirFill) << i;
+    }
+  }
+}
+
+}  // namespace
+}  // namespace kxmp3
