@@ -89,6 +89,8 @@ void EncodePair(BitWriter& w, uint32_t table, int x, int y) {
     return;
   }
   if (cx >= list.width || cy >= list.width) throw std::invalid_argument("value outside the table");
+  if ((cx == 15 && ax - 15 >= (1u << linbits)) || (cy == 15 && ay - 15 >= (1u << linbits)))
+    throw std::invalid_argument("value beyond the table's linbits");
   PutCode(w, list, cx * list.width + cy);
   if (cx == 15 && linbits != 0) w.Put(ax - 15, linbits);
   if (ax != 0) w.Put(x < 0 ? 1 : 0, 1);
