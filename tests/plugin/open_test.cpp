@@ -302,6 +302,42 @@ TEST(OpenSequence, OutputLimitIncludesTheStartSkip) {
   }
 }
 
+TEST(OpenSequence, DeemphasisCoefficientsFromTheSampleRate) {
+  Class_KXMP3* decoder = OpenFixture("m1_44100_emph5015.mp3");
+  ASSERT_NE(decoder, nullptr);
+  const kxmp3::DecoderState& s = decoder->State();
+  EXPECT_EQ(s.openFlags & OPEN_FLAG_NO_DEEMPHASIS, 0u);
+  // 50/15 us: t = tan(10000 / fs), a = (1 - t) / (1 + t), b0 = 0.3 + 0.7 t / (1 + t),
+  // b1 = 0.7 t / (1 + t) - 0.3 a; for 44.1 kHz about 0.43123, -0.05629, 0.62506.
+  const double t = std::tan(10000.0 / 44100.0);
+  const double a = (1 - t) / (1 + t);
+  EXPECT_NEAR(s.deemphasis[1].a, a, 1e-12);
+  EXPECT_NEAR(s.deemphasis[1].b0, 0.3 + 0.7 * t / (1 + t), 1e-12);
+  EXPECT_NEAR(s.deemphasis[1].b1, 0.7 * t / (1 + t) - 0.3 * a, 1e-12);
+  EXPECT_NEAR(s.deemphasis[1].b0, 0.43123, 1e-5);
+  EXPECT_NEAR(s.deemphasis[1].b1, -0.05629, 1e-5);
+  EXPECT_NEAR(s.deemphasis[1].a, 0.62506, 1e-5);
+  decoder->Release();
+}
+
+TEST(OpenSequence, DecodesAheadOverTheStartSkip) {
+  for (uint32_t bits : {16u, 64u}) {
+    Class_KXMP3* decoder = OpenFixture("m2_22050_dual_cbr.mp3", 0, bits);
+    ASSERT_NE(decoder, nullptr);
+    const kxmp3::DecoderState& s = decoder->State();
+    const uint64_t skip = uint64_t{s.lameDelay} * 2 * s.bytesPerSample;
+    ASSERT_GT(skip, 0u);
+    // Whole frames were decoded into the frame buffer until the skip was used up;
+    // what is left of the last one is the first real audio.
+    const uint64_t frames = (skip + s.pcmBufferSize - 1) / s.pcmBufferSize;
+    EXPECT_EQ(s.frameCounter, frames);
+    EXPECT_EQ(s.pcmFill, s.pcmBufferSize);
+    EXPECT_EQ(s.pcmReadPos, skip - (frames - 1) * s.pcmBufferSize);
+    EXPECT_EQ(s.endOfData, 0u);
+    decoder->Release();
+  }
+}
+
 TEST(OpenSequence, DeemphasisCanBeSwitchedOff) {
   Class_KXMP3* decoder = OpenFixture("m1_44100_emph5015.mp3", OPEN_FLAG_NO_DEEMPHASIS);
   ASSERT_NE(decoder, nullptr);
