@@ -56,7 +56,7 @@ uint32_t ShortBands(const uint32_t* coded, double* spectrum, const ScaleFactors&
     for (uint32_t w = 0; w < 3; ++w) {
       const uint32_t s = sf.sf[sfBase + 3 * (b - firstBand) + w];
       const double factor = gTables.gain[gi.subblock_gain_ref[w] + (s << shift)];
-      if (ScaleBand(coded, spectrum, line, width, factor)) last[w] = b;
+      if (ScaleBand(coded, spectrum, line, width, factor) && b > last[w]) last[w] = b;
       line += width;
     }
   }

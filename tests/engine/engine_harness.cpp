@@ -27,12 +27,12 @@ uint32_t LengthOf(uint32_t word) {
   return kxmp3::FrameLength(h);
 }
 
-void InitTablesOnce() {
+}  // namespace
+
+void EnsureDecoderTables() {
   static std::once_flag once;
   std::call_once(once, [] { kxmp3::InitDecoderTables(); });
 }
-
-}  // namespace
 
 int64_t FindFirstFrame(const std::vector<uint8_t>& data) {
   for (size_t i = 0; i + 4 <= data.size(); ++i) {
@@ -46,7 +46,7 @@ int64_t FindFirstFrame(const std::vector<uint8_t>& data) {
 }
 
 std::unique_ptr<EngineHarness> EngineHarness::Open(std::vector<uint8_t> data, const HarnessOptions& options) {
-  InitTablesOnce();
+  EnsureDecoderTables();
   const int64_t start = options.audioStart >= 0 ? options.audioStart : FindFirstFrame(data);
   if (start < 0 || static_cast<size_t>(start) + 4 > data.size()) return nullptr;
   const uint32_t first = WordAt(data, static_cast<size_t>(start));

@@ -60,6 +60,8 @@ class EngineHarness {
   uint32_t frameCount_ = 0;
 };
 
+// Builds the process-wide decoder tables once (as the module's attach does).
+void EnsureDecoderTables();
 // Byte offset of the first frame start confirmed by the next frame, or -1.
 int64_t FindFirstFrame(const std::vector<uint8_t>& data);
 // The 16-bit little-endian samples of a byte buffer.
