@@ -175,7 +175,7 @@ TEST(ApeTag, AlbumGainFromUpperCaseItem) {
   RecordPtr record = Read(Cat({AudioFiller(), ApeTag({ApeItem("REPLAYGAIN_ALBUM_GAIN", "-3.20 dB")})}), &rg);
   ASSERT_NE(record, nullptr);
   EXPECT_EQ(rg.flags, kxmp3::RG_FLAG_ALBUM_GAIN);
-  EXPECT_DOUBLE_EQ(rg.albumGain, -3.2);
+  EXPECT_DOUBLE_EQ(+rg.albumGain, -3.2);
 }
 
 TEST(ApeTag, AllFourReplayGainItems) {
@@ -184,10 +184,10 @@ TEST(ApeTag, AllFourReplayGainItems) {
                                    ApeItem("replaygain_album_gain", "-0.5dB"), ApeItem("replaygain_album_peak", "1.1")})}),
        &rg);
   EXPECT_EQ(rg.flags, 15u);
-  EXPECT_DOUBLE_EQ(rg.trackGain, 1.5);
-  EXPECT_DOUBLE_EQ(rg.trackPeak, 0.9);
-  EXPECT_DOUBLE_EQ(rg.albumGain, -0.5);
-  EXPECT_DOUBLE_EQ(rg.albumPeak, 1.1);
+  EXPECT_DOUBLE_EQ(+rg.trackGain, 1.5);
+  EXPECT_DOUBLE_EQ(+rg.trackPeak, 0.9);
+  EXPECT_DOUBLE_EQ(+rg.albumGain, -0.5);
+  EXPECT_DOUBLE_EQ(+rg.albumPeak, 1.1);
 }
 
 TEST(ApeTag, ZeroUnparsableAndOverlongReplayGainValuesAreIgnored) {
@@ -199,7 +199,7 @@ TEST(ApeTag, ZeroUnparsableAndOverlongReplayGainValuesAreIgnored) {
   // 255 blanks and "-1" need 258 characters with the terminator: too long for the
   // 256-character buffer. 254 blanks and "1" fit exactly.
   EXPECT_EQ(rg.flags, kxmp3::RG_FLAG_ALBUM_PEAK);
-  EXPECT_DOUBLE_EQ(rg.albumPeak, 1.0);
+  EXPECT_DOUBLE_EQ(+rg.albumPeak, 1.0);
 }
 
 TEST(ApeTag, ReplayGainOfATagWithoutRecordIsCleared) {

@@ -435,17 +435,17 @@ TEST(Id3v2, UserTextFramesFillTheReplayGainRecord) {
                           &rg);
   ASSERT_NE(record, nullptr);
   EXPECT_EQ(rg.flags, 15u);
-  EXPECT_DOUBLE_EQ(rg.trackGain, -6.48);
-  EXPECT_DOUBLE_EQ(rg.trackPeak, 0.988831);
-  EXPECT_DOUBLE_EQ(rg.albumGain, 2.5);
-  EXPECT_DOUBLE_EQ(rg.albumPeak, 1.25);
+  EXPECT_DOUBLE_EQ(+rg.trackGain, -6.48);
+  EXPECT_DOUBLE_EQ(+rg.trackPeak, 0.988831);
+  EXPECT_DOUBLE_EQ(+rg.albumGain, 2.5);
+  EXPECT_DOUBLE_EQ(+rg.albumPeak, 1.25);
   // A later frame with the same key overwrites; 0.00 dB is not stored.
   ReplayGainRecord rg2;
   Read(Tag(4, {txxx(0, u"replaygain_track_gain", u"-1 dB"), txxx(0, u"replaygain_track_gain", u"-2 dB"),
                txxx(0, u"replaygain_album_gain", u"0.00 dB")}),
        &rg2);
   EXPECT_EQ(rg2.flags, kxmp3::RG_FLAG_TRACK_GAIN);
-  EXPECT_DOUBLE_EQ(rg2.trackGain, -2.0);
+  EXPECT_DOUBLE_EQ(+rg2.trackGain, -2.0);
 }
 
 TEST(Id3v2, UserTextInUtf16BigEndianWithMarks) {
@@ -455,7 +455,7 @@ TEST(Id3v2, UserTextInUtf16BigEndianWithMarks) {
   ReplayGainRecord rg;
   Read(Tag(3, {Id3v2Frame(3, "TXXX", body)}), &rg);
   EXPECT_EQ(rg.flags, kxmp3::RG_FLAG_TRACK_PEAK);
-  EXPECT_DOUBLE_EQ(rg.trackPeak, 0.5);
+  EXPECT_DOUBLE_EQ(+rg.trackPeak, 0.5);
 }
 
 TEST(Id3v2, FailuresGiveNoRecord) {
@@ -490,7 +490,7 @@ TEST(Id3v2, ClearsTheReplayGainRecordFirst) {
   EXPECT_EQ(rg.fourcc, FOURCC_RPGI);
   EXPECT_EQ(rg.size, 44u);
   EXPECT_EQ(rg.flags, 0u);
-  EXPECT_EQ(rg.trackGain, 0.0);
+  EXPECT_EQ(+rg.trackGain, 0.0);
 }
 
 TEST(Id3v2, StreamPositionAfterSuccessAndFailure) {

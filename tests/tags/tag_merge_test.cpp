@@ -68,8 +68,8 @@ TEST(TagMerge, PlainStreamMergesId3v2OverApeOverId3v1) {
   EXPECT_EQ(Field(r.record, kxmp3::kCommentComment), u"V1 comment");
   // ID3v2 track gain, APE album gain.
   EXPECT_EQ(r.rg.flags, kxmp3::RG_FLAG_TRACK_GAIN | kxmp3::RG_FLAG_ALBUM_GAIN);
-  EXPECT_DOUBLE_EQ(r.rg.trackGain, -1.0);
-  EXPECT_DOUBLE_EQ(r.rg.albumGain, -4.5);
+  EXPECT_DOUBLE_EQ(+r.rg.trackGain, -1.0);
+  EXPECT_DOUBLE_EQ(+r.rg.albumGain, -4.5);
 }
 
 TEST(TagMerge, ReplayGainGapsAreFilledFromApeEvenWithoutItsFlag) {
@@ -84,9 +84,9 @@ TEST(TagMerge, ReplayGainGapsAreFilledFromApeEvenWithoutItsFlag) {
   secondary.trackPeak = 0.5;
   kxmp3::MergeReplayGainRecords(&primary, secondary);
   EXPECT_EQ(primary.flags, 3u);
-  EXPECT_EQ(primary.trackGain, -1);
-  EXPECT_EQ(primary.trackPeak, 0.5);
-  EXPECT_EQ(primary.albumPeak, 0.0);
+  EXPECT_EQ(+primary.trackGain, -1);
+  EXPECT_EQ(+primary.trackPeak, 0.5);
+  EXPECT_EQ(+primary.albumPeak, 0.0);
 }
 
 TEST(TagMerge, PlainStreamWithOnlyOneOfTheTwoTags) {
@@ -94,18 +94,18 @@ TEST(TagMerge, PlainStreamWithOnlyOneOfTheTwoTags) {
   Result onlyId3 = ReadTags(Cat({id3, AudioFiller()}), kxmp3::kContainerId3v2);
   EXPECT_EQ(Field(onlyId3.record, kxmp3::kCommentTitle), u"Only ID3");
   EXPECT_EQ(onlyId3.rg.flags, kxmp3::RG_FLAG_ALBUM_PEAK);
-  EXPECT_DOUBLE_EQ(onlyId3.rg.albumPeak, 0.8);
+  EXPECT_DOUBLE_EQ(+onlyId3.rg.albumPeak, 0.8);
 
   const Bytes ape = ApeTag({ApeItem("Title", "Only APE"), ApeItem("replaygain_track_peak", "0.6")});
   Result onlyApe = ReadTags(Cat({AudioFiller(), ape}), kxmp3::kContainerId3v2);
   EXPECT_EQ(Field(onlyApe.record, kxmp3::kCommentTitle), u"Only APE");
   EXPECT_EQ(onlyApe.rg.flags, kxmp3::RG_FLAG_TRACK_PEAK);
-  EXPECT_DOUBLE_EQ(onlyApe.rg.trackPeak, 0.6);
+  EXPECT_DOUBLE_EQ(+onlyApe.rg.trackPeak, 0.6);
 
   Result neither = ReadTags(AudioFiller(), kxmp3::kContainerId3v2);
   EXPECT_EQ(neither.record, nullptr);
   EXPECT_EQ(neither.rg.flags, 0u);
-  EXPECT_EQ(neither.rg.trackPeak, 0.0);
+  EXPECT_EQ(+neither.rg.trackPeak, 0.0);
   EXPECT_EQ(neither.rg.fourcc, FOURCC_RPGI);
 
   Result v1Only = ReadTags(Cat({AudioFiller(), Id3v1("V1", "", "", "", "", -1, 0)}), kxmp3::kContainerId3v2);
@@ -119,7 +119,7 @@ TEST(TagMerge, BareApeStreamReadsApeStraightIntoTheObjectRecord) {
   EXPECT_EQ(Field(r.record, kxmp3::kCommentAlbum), u"APE Album");
   EXPECT_EQ(Field(r.record, kxmp3::kCommentTitle), u"V1 Title");
   EXPECT_EQ(r.rg.flags, kxmp3::RG_FLAG_TRACK_GAIN);
-  EXPECT_DOUBLE_EQ(r.rg.trackGain, -2.0);
+  EXPECT_DOUBLE_EQ(+r.rg.trackGain, -2.0);
   // No APE tag: the record is cleared all the same.
   Result none = ReadTags(Cat({AudioFiller(), Id3v1("V1", "", "", "", "", -1, 0)}), kxmp3::kContainerBareApe);
   EXPECT_EQ(none.rg.flags, 0u);
@@ -152,7 +152,7 @@ TEST(TagMerge, BareStreamResetsReplayGainAndReadsOnlyId3v1) {
   EXPECT_EQ(Field(r.record, kxmp3::kCommentTitle), u"V1");
   EXPECT_EQ(Field(r.record, kxmp3::kCommentAlbum), u"");
   EXPECT_EQ(r.rg.flags, 0u);
-  EXPECT_EQ(r.rg.trackPeak, 0.0);
+  EXPECT_EQ(+r.rg.trackPeak, 0.0);
   Result other = ReadTags(file, 9);
   EXPECT_EQ(Field(other.record, kxmp3::kCommentTitle), u"V1");
   EXPECT_EQ(other.rg.flags, 0u);

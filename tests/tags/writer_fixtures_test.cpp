@@ -81,10 +81,10 @@ TEST(WriterFixtures, FieldsAndReplayGainEqualWhatTheWriterWasTold) {
     EXPECT_EQ(rg.size, 44u);
     EXPECT_EQ(rg.flags, e.gainFlags);
     // Values without their flag stay 0 in every one of these files.
-    EXPECT_DOUBLE_EQ(rg.trackGain, e.trackGain);
-    EXPECT_DOUBLE_EQ(rg.trackPeak, e.trackPeak);
-    EXPECT_DOUBLE_EQ(rg.albumGain, e.albumGain);
-    EXPECT_DOUBLE_EQ(rg.albumPeak, e.albumPeak);
+    EXPECT_DOUBLE_EQ(+rg.trackGain, +e.trackGain);
+    EXPECT_DOUBLE_EQ(+rg.trackPeak, +e.trackPeak);
+    EXPECT_DOUBLE_EQ(+rg.albumGain, +e.albumGain);
+    EXPECT_DOUBLE_EQ(+rg.albumPeak, +e.albumPeak);
   }
 }
 
