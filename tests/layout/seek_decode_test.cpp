@@ -32,11 +32,12 @@ KxResult Step(DecoderState& s, int intoCaller, void* output, int32_t* count) {
 
 bool Acceptable(KxResult r) { return r == AF_S_OK || r == AF_S_FRAME_ERROR || r == AF_E_UNDERFLOW; }
 
-// A decoder state opened the way the open sequence does it (16-bit output, no
-// de-emphasis), reading through the frame buffer only.
+// A decoder state opened the way the open sequence does it (16-bit output, or
+// 64-bit float with `bytesPerSample` 8; no de-emphasis), reading through the frame
+// buffer only.
 class Decoder {
  public:
-  explicit Decoder(const std::string& fixture) {
+  explicit Decoder(const std::string& fixture, uint32_t bytesPerSample = 2) {
     static std::once_flag tables;
     std::call_once(tables, [] { InitDecoderTables(); });
     Bytes data = LoadFixture(fixture);
@@ -52,11 +53,16 @@ class Decoder {
     s_.lameDelay = layout.skipAtStart;
     s_.outputLimitInForce = layout.outputLimitInForce;
     s_.frameCount = layout.frameCount;
-    s_.bytesPerSample = 2;
+    s_.bytesPerSample = bytesPerSample;
+    if (bytesPerSample == 8) {
+      s_.info.generic.bitsPerSample = 64;
+      s_.info.generic.totalPcmBytes *= 4;
+      s_.info.generic.formatFlags |= AFI_FLAG_FLOAT;
+    }
     stream_->SetBounds(static_cast<int64_t>(layout.audioStart), static_cast<int64_t>(layout.audioLength));
     s_.stream = stream_.get();
     const uint32_t channels = info.generic.channels;
-    s_.granuleBytes = 576 * channels * 2;
+    s_.granuleBytes = 576 * channels * bytesPerSample;
     s_.pcmBufferSize = info.mpegVersion == 1 ? 2 * s_.granuleBytes : s_.granuleBytes;
     s_.pcmBuffer = static_cast<uint8_t*>(ZCoreAlloc(ZMEM_PLAIN, s_.pcmBufferSize));
     s_.pcmReadPos = s_.pcmBufferSize;
@@ -67,8 +73,8 @@ class Decoder {
     s_.frameIndexCapacity = layout.frameCount + kFrameIndexSlack;
     s_.frameIndex = static_cast<FrameIndexEntry*>(ZCoreAlloc(ZMEM_ZEROED, s_.frameIndexCapacity * sizeof(FrameIndexEntry)));
     s_.frameIndex[0].offset = ~uint64_t{0};
-    s_.pcmTotalBytes = info.generic.totalPcmBytes + uint64_t{s_.lameDelay} * 2 * channels;
-    uint64_t skip = uint64_t{s_.lameDelay} * 2 * channels;
+    uint64_t skip = uint64_t{s_.lameDelay} * bytesPerSample * channels;
+    s_.pcmTotalBytes = s_.info.generic.totalPcmBytes + skip;
     while (skip > 0) {
       KxResult r = Step(s_, 0, nullptr, nullptr);
       if (!Acceptable(r)) {
@@ -169,13 +175,13 @@ TEST(GaplessDecode, StreamWithoutHeaderLosesNoFrame) {
   EXPECT_EQ(d.Read(1 << 24).size(), uint64_t{d.state().frameCount} * 1152 * 4);
 }
 
-void RandomSeeks(const std::string& fixture, int seeks, uint32_t seed) {
-  Decoder whole(fixture);
+void RandomSeeks(const std::string& fixture, int seeks, uint32_t seed, uint32_t bytesPerSample = 2) {
+  Decoder whole(fixture, bytesPerSample);
   ASSERT_TRUE(whole.ok());
   const Bytes ref = whole.Read(1 << 26);
   const uint64_t total = whole.state().info.generic.totalPcmBytes;
   ASSERT_EQ(ref.size(), total);
-  const uint64_t block = whole.state().info.generic.channels * 2;
+  const uint64_t block = whole.state().info.generic.channels * bytesPerSample;
 
   std::mt19937 rng(seed);
   LockObject lock;
@@ -184,7 +190,7 @@ void RandomSeeks(const std::string& fixture, int seeks, uint32_t seed) {
   for (int i = 0; i < seeks; ++i) {
     // A fresh decoder now and then, so that targets ahead of the index come up.
     if (i % 25 == 0) {
-      d = std::make_unique<Decoder>(fixture);
+      d = std::make_unique<Decoder>(fixture, bytesPerSample);
       ASSERT_TRUE(d->ok());
     }
     DecoderState& s = d->state();
@@ -220,8 +226,8 @@ void RandomSeeks(const std::string& fixture, int seeks, uint32_t seed) {
     }
     ASSERT_EQ(SetPosition(s, lock.object, request, origin, Step), AF_S_OK) << i;
     ASSERT_EQ(d->Position(), expect) << i;
-    Bytes got = d->Read(3000);
-    const size_t n = static_cast<size_t>(std::min<uint64_t>(3000, total - expect));
+    Bytes got = d->Read(3200);  // whole sample frames, so the next relative request stays aligned
+    const size_t n = static_cast<size_t>(std::min<uint64_t>(3200, total - expect));
     ASSERT_EQ(got.size(), n) << i;
     ASSERT_TRUE(std::equal(got.begin(), got.end(), ref.begin() + static_cast<std::ptrdiff_t>(expect)))
         << "seek " << i << " origin " << origin << " to " << expect;
@@ -234,6 +240,7 @@ void RandomSeeks(const std::string& fixture, int seeks, uint32_t seed) {
 
 TEST(SeekDecode, RandomPositionsInAVbrStream) { RandomSeeks("m1_44100_joint_vbr_long.mp3", 100, 7); }
 TEST(SeekDecode, RandomPositionsInACbrStream) { RandomSeeks("m1_32000_joint_cbr_long.mp3", 100, 11); }
+TEST(SeekDecode, RandomPositionsWithFloatOutput) { RandomSeeks("m1_44100_joint_vbr_long.mp3", 40, 17, 8); }
 TEST(SeekDecode, RandomPositionsInAStreamWithoutHeader) { RandomSeeks("m25_8000_noheader_long.mp3", 40, 13); }
 
 TEST(SeekDecode, QuickRelativeSeekOfZeroDropsTheBuffer) {
