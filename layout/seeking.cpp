@@ -134,7 +134,9 @@ KxResult ScanFrame(DecoderState& s) {
   entry.reservoirBitPos = s.reservoirBitPos;
   s.referenceHeader = header;
   ++s.frameCounter;
-  if (!SeekTo(stream, pos + frameLength)) return AF_S_END_OF_DATA;
+  // A last frame cut short is indexed like any other (the decoder reads it too);
+  // the scan after it finds the end.
+  if (!SeekTo(stream, pos + frameLength)) stream->Seek(0, ZS_SEEK_END);
   return AF_S_OK;
 }
 
