@@ -99,8 +99,9 @@ TEST(ApeFields, ReadOnlyFieldIsNeverReplacedOrRemoved) {
 TEST(ApeFields, AtMost256Fields) {
   ApeTagFields fields;
   for (int i = 0; i < 300; ++i) {
-    const std::u16string name = u"F" + std::u16string(1, static_cast<char16_t>(u'A' + i / 26)) +
-                                std::u16string(1, static_cast<char16_t>(u'a' + i % 26));
+    std::u16string name(u"F");
+    name.push_back(static_cast<char16_t>(u'A' + i / 26));
+    name.push_back(static_cast<char16_t>(u'a' + i % 26));
     const int result = fields.SetFieldText(name.c_str(), u"v");
     EXPECT_EQ(result, i < 256 ? 0 : -1) << i;
   }
