@@ -113,7 +113,7 @@ TEST(FrameSearch, NeedsASecondHeaderOneFrameOn) {
   // One frame alone is never confirmed.
   EXPECT_EQ(Detect(Concat({Bytes(10, 0), Frames(1), Bytes(20, 0)}), u"a.mp3").code, AF_E_NO_SYNC);
   // A second header that differs in version and rate still confirms the first.
-  HeaderSpec m2;
+  HeaderFields m2;
   m2.version = kMpeg2;
   m2.bitrateIndex = 8;
   uint32_t other = MakeHeader(m2);
@@ -126,9 +126,9 @@ TEST(FrameSearch, NeedsASecondHeaderOneFrameOn) {
 TEST(FrameSearch, RefusesEachOfTheFiveTests) {
   // Candidates failing one test each, every one followed by a real header one
   // "frame" further on so that only the candidate test can refuse them.
-  HeaderSpec bad;
+  HeaderFields bad;
   for (int which = 0; which < 4; ++which) {
-    HeaderSpec s;
+    HeaderFields s;
     if (which == 0) s.version = 1;        // reserved version
     if (which == 1) s.layerBits = 2;      // Layer II
     if (which == 2) s.bitrateIndex = 15;  // bad bitrate
@@ -142,7 +142,7 @@ TEST(FrameSearch, RefusesEachOfTheFiveTests) {
     EXPECT_EQ(Detect(data, u"a.mp3").code, AF_E_NO_SYNC) << which;
   }
   // Free format (bitrate index 0) is refused as well.
-  HeaderSpec free;
+  HeaderFields free;
   free.bitrateIndex = 0;
   Bytes data(8, 0);
   PutBE32(data.data(), MakeHeader(free));
@@ -251,8 +251,8 @@ TEST(ContainerDetect, ApeTagLargerThanTheAudioIsNotTaken) {
 }
 
 // 8 kHz MPEG-2.5 at 8 kbit/s: 72-byte frames, small enough for streams near 132 bytes.
-HeaderSpec TinySpec() {
-  HeaderSpec s;
+HeaderFields TinyHeader() {
+  HeaderFields s;
   s.version = kMpeg25;
   s.bitrateIndex = 1;
   s.rateBits = 2;
@@ -261,12 +261,12 @@ HeaderSpec TinySpec() {
 }
 
 TEST(ContainerDetect, ShortStreamsAreNotCheckedForTrailingTags) {
-  HeaderSpec spec = TinySpec();
-  ASSERT_EQ(FrameBytes(MakeHeader(spec)), 72u);
+  HeaderFields fields = TinyHeader();
+  ASSERT_EQ(FrameBytes(MakeHeader(fields)), 72u);
   // 131 bytes: the last 128 begin with "TAG" (at offset 3, the header's fourth byte
   // 'T' = 0x54 is a valid joint-stereo byte), yet nothing is cut.
-  spec.mode = kJoint;
-  uint32_t h = MakeHeader(spec);
+  fields.mode = kJoint;
+  uint32_t h = MakeHeader(fields);
   h = (h & 0xFFFFFF00u) | 0x54;
   Bytes data(131, 0);
   PutBE32(data.data(), h);
@@ -277,7 +277,7 @@ TEST(ContainerDetect, ShortStreamsAreNotCheckedForTrailingTags) {
   EXPECT_EQ(d.layout.audioLength, 131u);
   // 132 bytes with "TAG" 128 bytes before the end: cut.
   Bytes data132(132, 0);
-  PutBE32(data132.data(), MakeHeader(TinySpec()));
+  PutBE32(data132.data(), MakeHeader(TinyHeader()));
   std::memcpy(&data132[4], "TAG", 3);
   d = Detect(data132, u"a.bin");
   ASSERT_EQ(d.code, AF_S_OK);
@@ -339,8 +339,8 @@ TEST(ContainerDetect, Id3v2SizePastTheEnd) {
 
 TEST(ContainerDetect, Id3v2ShortRemainderIsNotCheckedForId3v1) {
   // 131 bytes after the tag; "TAG" 128 bytes before the end stays inside.
-  HeaderSpec spec = TinySpec();
-  uint32_t h = (MakeHeader(spec) & 0xFFFFFF00u) | 0x54;
+  HeaderFields fields = TinyHeader();
+  uint32_t h = (MakeHeader(fields) & 0xFFFFFF00u) | 0x54;
   Bytes audio(131, 0);
   PutBE32(audio.data(), h);
   audio[4] = 'A';
@@ -496,7 +496,7 @@ TEST(ContainerDetect, BadFilesGiveClearCodes) {
 }
 
 TEST(ContainerDetect, HeaderParserCodesComeThrough) {
-  HeaderSpec s;
+  HeaderFields s;
   s.layerBits = 2;
   Bytes data = Frames(3);
   PutBE32(data.data(), MakeHeader(s));

@@ -28,7 +28,7 @@ constexpr uint32_t kJoint = 1;
 constexpr uint32_t kDual = 2;
 constexpr uint32_t kMono = 3;
 
-struct HeaderSpec {
+struct HeaderFields {
   uint32_t version = kMpeg1;
   uint32_t bitrateIndex = 9;  // 128 kbit/s for MPEG-1
   uint32_t rateBits = 0;      // 44100 Hz for MPEG-1
@@ -42,7 +42,7 @@ struct HeaderSpec {
   uint32_t layerBits = 1;     // 01 = Layer III
 };
 
-inline uint32_t MakeHeader(const HeaderSpec& s) {
+inline uint32_t MakeHeader(const HeaderFields& s) {
   return (0x7FFu << 21) | (s.version << 19) | (s.layerBits << 17) | ((s.crc ? 0u : 1u) << 16) |
          (s.bitrateIndex << 12) | (s.rateBits << 10) | ((s.padding ? 1u : 0u) << 9) |
          ((s.privateBit ? 1u : 0u) << 8) | (s.mode << 6) | ((s.copyright ? 1u : 0u) << 3) |
@@ -111,7 +111,7 @@ inline uint16_t Crc16(const uint8_t* p, size_t n) {
   return crc;
 }
 
-struct XingSpec {
+struct XingFields {
   const char* id = "Xing";      // "Xing" or "Info"
   uint32_t flags = 0xF;         // frames, bytes, TOC, quality
   uint32_t frames = 0;
@@ -127,7 +127,7 @@ struct XingSpec {
 
 // A frame carrying a Xing/Info header after the side information and, optionally,
 // an encoder tag whose CRC covers the frame up to tag byte 34.
-inline Bytes XingFrame(uint32_t header, const XingSpec& x) {
+inline Bytes XingFrame(uint32_t header, const XingFields& x) {
   Bytes f = Frame(header);
   size_t p = 4 + SideInfoOf(header);
   std::memcpy(&f[p], x.id, 4);

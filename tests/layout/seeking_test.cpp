@@ -242,10 +242,10 @@ struct Model {
 
 TEST(FrameScan, EntriesFollowTheDecodersBookkeeping) {
   const uint32_t h = MakeHeader({});
-  HeaderSpec crcSpec;
-  crcSpec.crc = true;
-  crcSpec.padding = true;
-  const uint32_t hc = MakeHeader(crcSpec);
+  HeaderFields crcFields;
+  crcFields.crc = true;
+  crcFields.padding = true;
+  const uint32_t hc = MakeHeader(crcFields);
   Bytes data;
   std::vector<uint64_t> offsets;
   std::vector<uint32_t> mdbs, sums, lengths;
@@ -289,11 +289,11 @@ TEST(FrameScan, EntriesFollowTheDecodersBookkeeping) {
 }
 
 TEST(FrameScan, MpegTwoMonoSideInformation) {
-  HeaderSpec spec;
-  spec.version = kMpeg2;
-  spec.mode = kMono;
-  spec.bitrateIndex = 14;  // 160 kbit/s: 522-byte frames
-  const uint32_t h = MakeHeader(spec);
+  HeaderFields fields;
+  fields.version = kMpeg2;
+  fields.mode = kMono;
+  fields.bitrateIndex = 14;  // 160 kbit/s: 522-byte frames
+  const uint32_t h = MakeHeader(fields);
   const uint32_t p23[4] = {700, 0, 0, 0};
   Bytes data = Concat({SideInfoFrame(h, 0, p23), SideInfoFrame(h, 200, p23)});
   Harness hs(data, 1, 1152);

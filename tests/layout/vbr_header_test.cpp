@@ -73,20 +73,20 @@ TEST(HeaderChecks, CodesInOrderAndRecordZeroed) {
     KxResult code;
   };
   auto with = [](auto change) {
-    HeaderSpec h;
+    HeaderFields h;
     change(h);
     return MakeHeader(h);
   };
   Case cases[] = {
       {kH & ~(1u << 23), AF_E_NO_SYNC},                                     // one sync bit clear
       {0, AF_E_NO_SYNC},
-      {with([](HeaderSpec& h) { h.version = 1; h.layerBits = 2; h.bitrateIndex = 15; h.rateBits = 3; }), AF_E_BAD_VERSION},
-      {with([](HeaderSpec& h) { h.layerBits = 2; h.bitrateIndex = 15; h.rateBits = 3; }), AF_E_BAD_LAYER},
-      {with([](HeaderSpec& h) { h.layerBits = 0; }), AF_E_BAD_LAYER},
-      {with([](HeaderSpec& h) { h.layerBits = 3; }), AF_E_BAD_LAYER},
-      {with([](HeaderSpec& h) { h.bitrateIndex = 15; h.rateBits = 3; }), AF_E_BAD_BITRATE},
-      {with([](HeaderSpec& h) { h.bitrateIndex = 0; }), AF_E_BAD_BITRATE},
-      {with([](HeaderSpec& h) { h.rateBits = 3; }), AF_E_BAD_SAMPLERATE},
+      {with([](HeaderFields& h) { h.version = 1; h.layerBits = 2; h.bitrateIndex = 15; h.rateBits = 3; }), AF_E_BAD_VERSION},
+      {with([](HeaderFields& h) { h.layerBits = 2; h.bitrateIndex = 15; h.rateBits = 3; }), AF_E_BAD_LAYER},
+      {with([](HeaderFields& h) { h.layerBits = 0; }), AF_E_BAD_LAYER},
+      {with([](HeaderFields& h) { h.layerBits = 3; }), AF_E_BAD_LAYER},
+      {with([](HeaderFields& h) { h.bitrateIndex = 15; h.rateBits = 3; }), AF_E_BAD_BITRATE},
+      {with([](HeaderFields& h) { h.bitrateIndex = 0; }), AF_E_BAD_BITRATE},
+      {with([](HeaderFields& h) { h.rateBits = 3; }), AF_E_BAD_SAMPLERATE},
   };
   for (const Case& c : cases) {
     Parsed p = ParseWord(c.word);
@@ -104,19 +104,19 @@ TEST(HeaderChecks, SampleRatesBitratesAndChannels) {
   for (int v = 0; v < 3; ++v) {
     for (uint32_t r = 0; r < 3; ++r) {
       for (uint32_t b = 1; b <= 14; ++b) {
-        HeaderSpec spec;
-        spec.version = versions[v];
-        spec.rateBits = r;
-        spec.bitrateIndex = b;
-        spec.mode = (b % 4);
-        uint32_t h = MakeHeader(spec);
+        HeaderFields fields;
+        fields.version = versions[v];
+        fields.rateBits = r;
+        fields.bitrateIndex = b;
+        fields.mode = (b % 4);
+        uint32_t h = MakeHeader(fields);
         Bytes data;
         AppendFrames(data, h, 3);
         Parsed p = Parse(data);
         ASSERT_EQ(p.code, AF_S_OK) << v << " " << r << " " << b;
         EXPECT_EQ(p.info.generic.sampleRate, expectRates[v][r]);
         EXPECT_EQ(p.info.generic.bitrateKbps, v == 0 ? m1[b] : m2[b]);
-        EXPECT_EQ(p.info.generic.channels, spec.mode == kMono ? 1u : 2u);
+        EXPECT_EQ(p.info.generic.channels, fields.mode == kMono ? 1u : 2u);
         EXPECT_EQ(p.info.mpegVersion, static_cast<uint32_t>(v + 1));
         EXPECT_EQ(p.info.layer, 3u);
         EXPECT_EQ(p.info.generic.bitsPerSample, 16u);
@@ -132,15 +132,15 @@ TEST(HeaderChecks, SampleRatesBitratesAndChannels) {
 TEST(HeaderChecks, ModeNamesAndFlagBits) {
   const char16_t* names[4] = {u"Stereo", u"Joint Stereo", u"Dual Channel", u"Monaural"};
   for (uint32_t mode = 0; mode < 4; ++mode) {
-    HeaderSpec spec;
-    spec.mode = mode;
-    spec.emphasis = mode;  // 0..3
-    spec.crc = mode & 1;
-    spec.privateBit = mode == 2;
-    spec.copyright = mode >= 2;
-    spec.original = mode != 1;
+    HeaderFields fields;
+    fields.mode = mode;
+    fields.emphasis = mode;  // 0..3
+    fields.crc = mode & 1;
+    fields.privateBit = mode == 2;
+    fields.copyright = mode >= 2;
+    fields.original = mode != 1;
     Bytes data;
-    AppendFrames(data, MakeHeader(spec), 2);
+    AppendFrames(data, MakeHeader(fields), 2);
     Parsed p = Parse(data);
     ASSERT_EQ(p.code, AF_S_OK);
     EXPECT_EQ(std::u16string(p.info.generic.channelModeName), names[mode]);
@@ -176,7 +176,7 @@ TEST(HeaderChecks, DerivedFieldsOfAPlainStream) {
   EXPECT_EQ(p.layout.outputLimitInForce, 1u);
   EXPECT_EQ(p.layout.encoderName[0], 0);
 
-  HeaderSpec m2;
+  HeaderFields m2;
   m2.version = kMpeg2;
   m2.bitrateIndex = 8;
   m2.mode = kMono;
@@ -195,7 +195,7 @@ TEST(HeaderChecks, DerivedFieldsOfAPlainStream) {
 }
 
 TEST(XingHeader, InfoGivesCbrWithCountAndDelayFromTheHeaders) {
-  XingSpec x;
+  XingFields x;
   x.id = "Info";
   x.frames = 20;
   Bytes data = Concat({XingFrame(kH, x), Bytes()});
@@ -222,7 +222,7 @@ TEST(XingHeader, InfoGivesCbrWithCountAndDelayFromTheHeaders) {
 }
 
 TEST(XingHeader, XingFieldsAndVbrBitrate) {
-  XingSpec x;
+  XingFields x;
   x.frames = 30;
   x.bytes = 12345;
   x.quality = 78;
@@ -253,7 +253,7 @@ TEST(XingHeader, XingFieldsAndVbrBitrate) {
 
 TEST(XingHeader, FieldsPresentOnlyByTheirFlags) {
   // Frames and quality only: the quality follows the frame count directly.
-  XingSpec x;
+  XingFields x;
   x.flags = 1 | 8;
   x.frames = 5;
   x.quality = 99;
@@ -269,7 +269,7 @@ TEST(XingHeader, FieldsPresentOnlyByTheirFlags) {
 }
 
 TEST(XingHeader, WithoutFramesFieldTheFramesAreWalked) {
-  XingSpec x;
+  XingFields x;
   x.flags = 2 | 4;
   x.bytes = 1000;
   Bytes data = XingFrame(kH, x);
@@ -291,12 +291,12 @@ TEST(XingHeader, SideInformationSizeDecidesWhereItIsLookedFor) {
     uint32_t version, mode, bitrate;
   } cases[] = {{kMpeg1, kMono, 9}, {kMpeg2, kJoint, 10}, {kMpeg2, kMono, 10}, {kMpeg25, kStereo, 8}};
   for (const Case& c : cases) {
-    HeaderSpec s;
+    HeaderFields s;
     s.version = c.version;
     s.mode = c.mode;
     s.bitrateIndex = c.bitrate;
     uint32_t h = MakeHeader(s);
-    XingSpec x;
+    XingFields x;
     x.frames = 9;
     Bytes data = XingFrame(h, x);
     AppendFrames(data, h, 9);
@@ -335,7 +335,7 @@ TEST(XingHeader, VbriHeader) {
 }
 
 TEST(EncoderTag, BadCrcStillGivesDelayAndPadding) {
-  XingSpec x;
+  XingFields x;
   x.frames = 10;
   x.goodCrc = false;
   x.delay = 1105;
@@ -355,7 +355,7 @@ TEST(EncoderTag, BadCrcStillGivesDelayAndPadding) {
 TEST(EncoderTag, DelayAndPaddingBitFields) {
   // d = byte21 x 16 + byte22 / 16, p = (byte22 mod 16) x 256 + byte23: the 12-bit extremes.
   for (auto [d, pad] : {std::pair<uint32_t, uint32_t>{0, 0}, {4095, 4095}, {0xABC, 0x123}, {1, 4094}}) {
-    XingSpec x;
+    XingFields x;
     x.frames = 20;
     x.delay = d;
     x.padding = pad;
@@ -385,7 +385,7 @@ TEST(EncoderTag, NameForms) {
       {"GOGO", "3.13b", u"Gogo-no-Coda v3.13 Beta"},
   };
   for (const Case& c : cases) {
-    XingSpec x;
+    XingFields x;
     x.frames = 10;
     x.tag = c.id;
     x.version = c.version;
@@ -400,7 +400,7 @@ TEST(EncoderTag, NameForms) {
 
 TEST(EncoderTag, OtherEncoderUnderAGoodCrc) {
   KxSetAnsiCodePage(1252);
-  XingSpec x;
+  XingFields x;
   x.id = "Info";
   x.frames = 10;
   x.tag = "Lavc58.91";
@@ -425,7 +425,7 @@ TEST(EncoderTag, OtherEncoderUnderAGoodCrc) {
   EXPECT_EQ(std::u16string(p.layout.encoderName), u"Enc\u00e9d 1.0");
 
   // A zero first byte: "Unknown Codec".
-  XingSpec z = x;
+  XingFields z = x;
   z.tag = "";
   data = XingFrame(kH, z);
   AppendFrames(data, kH, 10);
@@ -437,7 +437,7 @@ TEST(EncoderTag, OtherEncoderUnderAGoodCrc) {
 }
 
 TEST(EncoderTag, OtherEncoderWithoutAGoodCrcIsIgnored) {
-  XingSpec x;
+  XingFields x;
   x.frames = 10;
   x.tag = "Lavc58.91";
   x.goodCrc = false;
@@ -455,7 +455,7 @@ TEST(EncoderTag, OtherEncoderWithoutAGoodCrcIsIgnored) {
 TEST(EncoderTag, ShiftedTagIsFoundBySlidingWithBadCrc) {
   // Tag 3 bytes after the Xing fields, CRC over its own first 34 + 3 bytes: the
   // parser's sum over N bytes does not match, the slide finds "LAME".
-  XingSpec x;
+  XingFields x;
   x.frames = 10;
   x.tagShift = 3;
   Bytes data = XingFrame(kH, x);
@@ -469,7 +469,7 @@ TEST(EncoderTag, ShiftedTagIsFoundBySlidingWithBadCrc) {
 TEST(EncoderTag, CrcWordFoundFurtherOnPlacesTheTag) {
   // The CRC over the first N bytes stored j = 5 bytes further on: good CRC, and the
   // tag is read 5 bytes after the Xing fields.
-  XingSpec x;
+  XingFields x;
   x.frames = 10;
   x.tagShift = 5;
   Bytes frame = XingFrame(kH, x);
@@ -493,14 +493,14 @@ TEST(EncoderTag, NotLookedForWhenTheFrameHasNoRoom) {
   // MPEG-2 mono, 24 kHz, 56 kbit/s: 168-byte frames. With all four Xing fields they
   // end at 4 + 9 + 8 + 4 + 4 + 100 + 4 = 133, leaving 35 bytes: no tag is looked for.
   // The padded frame (169 bytes) leaves 36, and the tag is read.
-  HeaderSpec s;
+  HeaderFields s;
   s.version = kMpeg2;
   s.rateBits = 1;
   s.mode = kMono;
   s.bitrateIndex = 7;
   uint32_t h = MakeHeader(s);
   ASSERT_EQ(FrameBytes(h), 168u);
-  XingSpec x;
+  XingFields x;
   x.frames = 4;
   x.tag = nullptr;
   Bytes frame = XingFrame(h, x);
@@ -527,7 +527,7 @@ TEST(EncoderTag, NotLookedForWhenTheFrameHasNoRoom) {
 
 TEST(FrameWalk, CbrStreamIsCountedFor512FramesThenEstimated) {
   // 520 frames and then 3 frames' worth of junk: the estimate counts the junk too.
-  HeaderSpec s;
+  HeaderFields s;
   s.version = kMpeg25;
   s.rateBits = 2;
   s.bitrateIndex = 1;
@@ -553,8 +553,8 @@ TEST(FrameWalk, CbrStreamIsCountedFor512FramesThenEstimated) {
 }
 
 TEST(FrameWalk, BitrateChangeIsTheKindAndForcesAFullCount) {
-  HeaderSpec lo;
-  HeaderSpec hi;
+  HeaderFields lo;
+  HeaderFields hi;
   hi.bitrateIndex = 11;
   Bytes data;
   AppendFrames(data, MakeHeader(lo), 6);
@@ -580,8 +580,8 @@ TEST(FrameWalk, BitrateChangeIsTheKindAndForcesAFullCount) {
 }
 
 TEST(FrameWalk, ChannelModeAndPaddingMayChange) {
-  HeaderSpec a;
-  HeaderSpec b;
+  HeaderFields a;
+  HeaderFields b;
   b.mode = kStereo;
   b.padding = true;
   b.emphasis = 1;
@@ -602,7 +602,7 @@ TEST(FrameWalk, JunkBetweenFramesIsSkipped) {
   data.insert(data.end(), 37, 0x00);
   AppendFrames(data, kH, 4);
   // A frame with another sampling rate is not counted, the walk slides past it.
-  HeaderSpec other;
+  HeaderFields other;
   other.rateBits = 1;
   AppendFrames(data, MakeHeader(other), 1);
   AppendFrames(data, kH, 2);
@@ -612,7 +612,7 @@ TEST(FrameWalk, JunkBetweenFramesIsSkipped) {
 }
 
 TEST(FrameWalk, ProtectionChangeIsAMismatch) {
-  HeaderSpec crc;
+  HeaderFields crc;
   crc.crc = true;
   Bytes data;
   AppendFrames(data, kH, 3);
@@ -637,7 +637,7 @@ TEST(FrameWalk, StopsAtTheEndOfTheAudio) {
 }
 
 TEST(DerivedFields, NonPositiveTotalFails) {
-  XingSpec x;
+  XingFields x;
   x.frames = 1;
   x.delay = 600;
   x.padding = 600;  // 1 x 1152 - 1200 < 0
@@ -668,12 +668,12 @@ TEST(DerivedFields, NonPositiveTotalFails) {
 }
 
 TEST(DerivedFields, PlayTimeUsesChannelsAndRate) {
-  HeaderSpec s;
+  HeaderFields s;
   s.version = kMpeg2;
   s.rateBits = 2;  // 16 kHz
   s.bitrateIndex = 6;
   s.mode = kMono;
-  XingSpec x;
+  XingFields x;
   x.frames = 100;
   x.delay = 576;
   x.padding = 1000;
@@ -698,7 +698,7 @@ TEST(DerivedFields, PlayTimeUsesChannelsAndRate) {
 }
 
 TEST(VbrSearch, ReadFailuresEndTheSearchWithoutFailing) {
-  XingSpec x;
+  XingFields x;
   x.frames = 8;
   Bytes data = XingFrame(kH, x);
   AppendFrames(data, kH, 8);
