@@ -323,7 +323,7 @@ TEST(ReadSideInfo, ReadsFromTheStreamAndReportsAShortRead) {
 // Writes scale-factor values at the start of a ring, returns the ring.
 std::vector<uint8_t> Ring(const BitWriter& w) {
   std::vector<uint8_t> ring(4096, 0);
-  std::memcpy(ring.data(), w.Bytes().data(), w.Bytes().size());
+  if (!w.Bytes().empty()) std::memcpy(ring.data(), w.Bytes().data(), w.Bytes().size());
   return ring;
 }
 
