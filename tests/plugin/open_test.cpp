@@ -228,8 +228,8 @@ TEST(OpenSequence, ReplayGainRecordIsResetForABareStream) {
   EXPECT_EQ(rg.fourcc, FOURCC_RPGI);
   EXPECT_EQ(rg.size, 44u);
   EXPECT_EQ(rg.flags, 0u);
-  EXPECT_EQ(rg.trackGain, 0.0);
-  EXPECT_EQ(rg.albumPeak, 0.0);
+  EXPECT_EQ(double{rg.trackGain}, 0.0);
+  EXPECT_EQ(double{rg.albumPeak}, 0.0);
   decoder->Release();
 }
 

@@ -66,7 +66,7 @@ TEST(OpenTags, Id3v2OverApeOverId3v1WithReplayGainFromApe) {
   EXPECT_EQ(rg.fourcc, FOURCC_RPGI);
   EXPECT_EQ(rg.size, 44u);
   EXPECT_EQ(rg.flags, kxmp3::RG_FLAG_TRACK_GAIN);
-  EXPECT_DOUBLE_EQ(rg.trackGain, -3.5);
+  EXPECT_DOUBLE_EQ(double{rg.trackGain}, -3.5);
   decoder->Release();
 }
 
@@ -80,7 +80,7 @@ TEST(OpenTags, ApeTaggedStream) {
   EXPECT_EQ(f[1], u"Fixture APE Title");
   EXPECT_EQ(f[0], u"Fixture Artist");
   EXPECT_EQ(decoder->State().replayGain.flags, kxmp3::RG_FLAG_TRACK_GAIN);
-  EXPECT_DOUBLE_EQ(decoder->State().replayGain.trackGain, -3.5);
+  EXPECT_DOUBLE_EQ(double{decoder->State().replayGain.trackGain}, -3.5);
   uint8_t record[44];
   uint32_t size = sizeof(record);
   ASSERT_EQ(decoder->GetInfo(FOURCC_RPGI, record, &size), AF_S_OK);
