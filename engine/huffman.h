@@ -1,4 +1,4 @@
-// Huffman decoding of a granule-channel's spectral values (part 3 of its main data).
+// Huffman decoding of a granule-channel's spectral values: the bits after its scale factors.
 //
 // Trees: arrays of signed 16-bit nodes laid out depth first. An internal node holds
 // -k, k being the number of entries of its 0-branch; the 0-branch follows it

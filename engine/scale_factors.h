@@ -1,5 +1,5 @@
-// Scale factors (part 2 of a granule's main data), read from the bit reservoir right
-// before the granule's Huffman data.
+// Scale factors: the first bits of a granule-channel's main data (counted in its
+// part2_3_length), read from the bit reservoir right before its Huffman data.
 #pragma once
 
 #include <cstdint>

@@ -11,6 +11,7 @@
 #include "engine/frame_header.h"
 #include "engine_harness.h"
 #include "frame_builder.h"
+#include "host/kxcore.h"
 
 namespace kxmp3 {
 namespace {
@@ -197,6 +198,25 @@ TEST(DecodeFrame, ChannelModeChangesFromFrameToFrame) {
   auto rm = hm->DecodeAll();
   EXPECT_EQ(rm.pcm.size(), 3u * 1152 * 2);
   EXPECT_EQ(rm.statuses[1], kOk);
+}
+
+TEST(DecodeFrame, NoCoreAllocationPerFrame) {
+  const auto bytes = kxtest::ReadFile(FixturePath("m1_44100_joint_cbr.mp3"));
+  ASSERT_FALSE(bytes.empty());
+  auto h = EngineHarness::Open(bytes);
+  DecoderState& s = h->State();
+  std::vector<uint8_t> out(s.pcmBufferSize);
+  const uint64_t before = ZCoreAllocationCount();
+  int frames = 0;
+  for (;;) {
+    int32_t count = static_cast<int32_t>(out.size());
+    const int32_t st = DecodeFrame(s, 1, out.data(), &count);
+    if (st == kEnd) break;
+    ASSERT_EQ(st, kOk);
+    ++frames;
+  }
+  EXPECT_GT(frames, 30);
+  EXPECT_EQ(ZCoreAllocationCount(), before) << "the index was sized for the stream: nothing to allocate";
 }
 
 // ---- reservoir ----
