@@ -125,6 +125,14 @@ TEST(KxhostProbe, RefusesOtherFiles) {
   EXPECT_EQ(RunProcess(kHost, {"probe", empty.Path(), "--plugin", kModule}).exitCode, 1);
 }
 
+TEST(KxhostProbe, ADirectoryIsAnError) {
+  const auto r = RunProcess(kHost, {"probe", "/tmp", "--plugin", kModule});
+  EXPECT_NE(r.exitCode, 0);
+  EXPECT_NE(r.exitCode, 1);
+  EXPECT_EQ(LineCount(r.err), 1) << r.err;
+  EXPECT_NE(r.err.find("not a regular file: /tmp"), std::string::npos) << r.err;
+}
+
 TEST(KxhostProbe, MissingFileIsAnError) {
   const auto r = RunProcess(kHost, {"probe", "/nonexistent/song.mp3", "--plugin", kModule});
   EXPECT_NE(r.exitCode, 0);

@@ -41,6 +41,30 @@ std::set<std::string> DefinedDynamicSymbols(const std::vector<uint8_t>& file) {
   return names;
 }
 
+// The libraries an ELF64 file names as needed (DT_NEEDED of its dynamic section).
+std::set<std::string> NeededLibraries(const std::vector<uint8_t>& file) {
+  std::set<std::string> names;
+  if (file.size() < sizeof(Elf64_Ehdr)) return names;
+  Elf64_Ehdr eh;
+  std::memcpy(&eh, file.data(), sizeof(eh));
+  std::vector<Elf64_Shdr> sections(eh.e_shnum);
+  for (size_t i = 0; i < eh.e_shnum; ++i) {
+    std::memcpy(&sections[i], file.data() + eh.e_shoff + i * eh.e_shentsize, sizeof(Elf64_Shdr));
+  }
+  for (const Elf64_Shdr& sh : sections) {
+    if (sh.sh_type != SHT_DYNAMIC) continue;
+    const Elf64_Shdr& strtab = sections.at(sh.sh_link);
+    for (size_t k = 0; k < sh.sh_size / sizeof(Elf64_Dyn); ++k) {
+      Elf64_Dyn dyn;
+      std::memcpy(&dyn, file.data() + sh.sh_offset + k * sizeof(Elf64_Dyn), sizeof(dyn));
+      if (dyn.d_tag == DT_NEEDED) {
+        names.insert(reinterpret_cast<const char*>(file.data() + strtab.sh_offset + dyn.d_un.d_val));
+      }
+    }
+  }
+  return names;
+}
+
 class ModuleTest : public ::testing::Test {
  protected:
   void SetUp() override {
@@ -66,6 +90,12 @@ TEST_F(ModuleTest, ExportsOnlyTheTwoEntryPoints) {
                              "_ZN11Class_KXMP36CreateEPv", "InitDecoderTables"}) {
     EXPECT_EQ(dlsym(handle_, hidden), nullptr) << hidden;
   }
+}
+
+TEST_F(ModuleTest, ImportsBothHostLibraries) {
+  const std::set<std::string> needed = NeededLibraries(kxtest::ReadFile(KX_MODULE_PATH));
+  EXPECT_EQ(needed.count("libKXLibCore.so.0"), 1u);
+  EXPECT_EQ(needed.count("libKXAFLib.so.0"), 1u);
 }
 
 TEST_F(ModuleTest, RecordsAndObjectsThroughTheExports) {
