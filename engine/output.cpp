@@ -6,6 +6,7 @@
 
 #include <bit>
 #include <cmath>
+#include <cstdint>
 #include <cstring>
 
 #include "../plugin/decoder_state.h"
@@ -128,20 +129,27 @@ int OutputGranule(void* planar, uint32_t channels, DecoderState& state, void* de
     }
   }
 
+  // The destination may be the host's buffer at any byte address (after a request
+  // of an odd byte count, the next frame starts at an odd offset), so samples are
+  // never stored through a misaligned pointer.
   if (channels == 1) {
     std::memcpy(destination, planar, kLinesPerGranule * (isFloat ? 8 : 2));
   } else if (isFloat) {
-    Dsp().interleaveFloat(static_cast<double*>(destination), static_cast<const double*>(planar));
+    if ((reinterpret_cast<uintptr_t>(destination) & (alignof(double) - 1)) == 0) {
+      Dsp().interleaveFloat(static_cast<double*>(destination), static_cast<const double*>(planar));
+    } else {
+      alignas(16) double staged[2 * kLinesPerGranule];
+      Dsp().interleaveFloat(staged, static_cast<const double*>(planar));
+      std::memcpy(destination, staged, sizeof(staged));
+    }
   } else {
-    // Two frames (four samples) per step.
+    // Two frames (four samples) per step; memcpy compiles to plain 16-bit moves.
     const int16_t* left = static_cast<const int16_t*>(planar);
     const int16_t* right = left + kLinesPerGranule;
-    int16_t* dst = static_cast<int16_t*>(destination);
+    auto* dst = static_cast<uint8_t*>(destination);
     for (uint32_t i = 0; i < kLinesPerGranule; i += 2) {
-      dst[2 * i] = left[i];
-      dst[2 * i + 1] = right[i];
-      dst[2 * i + 2] = left[i + 1];
-      dst[2 * i + 3] = right[i + 1];
+      const int16_t frames[4] = {left[i], right[i], left[i + 1], right[i + 1]};
+      std::memcpy(dst + 4 * i, frames, sizeof(frames));
     }
   }
   return 0;
