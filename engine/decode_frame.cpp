@@ -121,6 +121,13 @@ KxResult ReadSide(DecoderState& state, FrameStart& f, KxResult& status, int32_t*
     state.muteCounter = 2;
     status = AF_S_FRAME_ERROR;
   } else if (r != AF_S_OK) {
+    if (r == AF_S_END_OF_DATA) {
+      // The stream ended inside the side information: the end of the data, like a
+      // missing header. The end-of-data status always comes with the flag set, or
+      // the delivery would answer its caller with nothing and no end.
+      state.endOfData = 1;
+      state.frameOutputBytes = 0;
+    }
     SetCount(count, 0);
     return r;
   }
