@@ -20,6 +20,10 @@ namespace kxmp3 {
 
 namespace {
 
+// Bytes of the smallest Layer III frame: MPEG-2 at 24 kHz and 8 kbit/s,
+// floor(72000 x 8 / 24000) = 24, the least entry of the frame-length table.
+constexpr uint64_t kSmallestFrameBytes = 24;
+
 void Raise(KxResult code) { throw OpenFailure{code}; }
 
 void RaiseIfFailed(KxResult code) {
@@ -150,7 +154,11 @@ void Class_KXMP3::OpenSequence(const OpenParams& params, Class_ZStream*& stream)
   s.reservoir = static_cast<uint8_t*>(ZCoreAlloc(ZMEM_ZEROED, kReservoirBytes));
   s.reservoirWriteIndex = 0;
   s.reservoirBitPos = 0;
-  s.frameIndexCapacity = s.frameCount + kFrameIndexSlack;
+  // Room for the frames the stream can hold: the header's frame count, but never
+  // more than the audio bytes allow, since a header may claim billions of frames
+  // in a small file (and a count near 2^32 would wrap the entry count).
+  const uint64_t mostFrames = s.audioLength / kSmallestFrameBytes + 1;
+  s.frameIndexCapacity = static_cast<uint32_t>(std::min<uint64_t>(s.frameCount, mostFrames)) + kFrameIndexSlack;
   s.frameIndex = static_cast<FrameIndexEntry*>(
       ZCoreAlloc(ZMEM_ZEROED, static_cast<std::size_t>(s.frameIndexCapacity) * sizeof(FrameIndexEntry)));
   s.frameIndex[0].offset = ~uint64_t{0};
