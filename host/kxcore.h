@@ -123,5 +123,11 @@ KXCORE_API void* ZCoreGetProcByOrdinal(uint32_t ordinal);
 // Diagnostics for tests and tools: blocks allocated so far and blocks still live.
 KXCORE_API uint64_t ZCoreAllocationCount(void);
 KXCORE_API int64_t ZCoreLiveBlocks(void);
+// Bytes of the live blocks (block sizes as asked, headers not counted), the most
+// there have been since the last reset, and the reset, which sets that most to
+// the bytes live now. Process-wide: measure from one thread at a time.
+KXCORE_API int64_t ZCoreLiveBytes(void);
+KXCORE_API int64_t ZCorePeakLiveBytes(void);
+KXCORE_API void ZCoreResetPeakLiveBytes(void);
 
 }  // extern "C"

@@ -27,6 +27,16 @@ static_assert(alignof(std::max_align_t) >= 16, "the C allocator must return 16-b
 
 std::atomic<uint64_t> g_allocations{0};
 std::atomic<int64_t> g_live{0};
+std::atomic<int64_t> g_liveBytes{0};
+std::atomic<int64_t> g_peakBytes{0};
+
+// Counts `delta` bytes in or out of the live total and raises the peak with it.
+void CountBytes(int64_t delta) {
+  const int64_t now = g_liveBytes.fetch_add(delta, std::memory_order_relaxed) + delta;
+  int64_t peak = g_peakBytes.load(std::memory_order_relaxed);
+  while (now > peak && !g_peakBytes.compare_exchange_weak(peak, now, std::memory_order_relaxed)) {
+  }
+}
 
 BlockHeader* HeaderOf(void* block) {
   auto* header = reinterpret_cast<BlockHeader*>(static_cast<unsigned char*>(block) - sizeof(BlockHeader));
@@ -53,6 +63,7 @@ void* ZCoreAlloc(uint32_t kind, std::size_t bytes) {
   header->magic = kMagic;
   g_allocations.fetch_add(1, std::memory_order_relaxed);
   g_live.fetch_add(1, std::memory_order_relaxed);
+  CountBytes(static_cast<int64_t>(bytes));
   return header + 1;
 }
 
@@ -61,6 +72,7 @@ void ZCoreFree(void* block) {
   BlockHeader* header = HeaderOf(block);
   header->magic = kFreed;
   g_live.fetch_sub(1, std::memory_order_relaxed);
+  CountBytes(-static_cast<int64_t>(header->size));
   std::free(header);
 }
 
@@ -73,6 +85,7 @@ void* ZCoreRealloc(void* block, std::size_t bytes) {
   auto* moved = static_cast<BlockHeader*>(std::realloc(header, sizeof(BlockHeader) + bytes));
   if (moved == nullptr) return nullptr;  // the old block is untouched
   moved->size = bytes;
+  CountBytes(static_cast<int64_t>(bytes) - static_cast<int64_t>(oldSize));
   if (kind == ZMEM_ZEROED && bytes > oldSize) {
     std::memset(reinterpret_cast<unsigned char*>(moved + 1) + oldSize, 0, bytes - oldSize);
   }
@@ -82,6 +95,12 @@ void* ZCoreRealloc(void* block, std::size_t bytes) {
 uint64_t ZCoreAllocationCount(void) { return g_allocations.load(); }
 
 int64_t ZCoreLiveBlocks(void) { return g_live.load(); }
+
+int64_t ZCoreLiveBytes(void) { return g_liveBytes.load(); }
+
+int64_t ZCorePeakLiveBytes(void) { return g_peakBytes.load(); }
+
+void ZCoreResetPeakLiveBytes(void) { g_peakBytes.store(g_liveBytes.load()); }
 
 size_t ZCoreBlockSize(const void* block) {
   if (block == nullptr) return 0;
