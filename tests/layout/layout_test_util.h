@@ -86,7 +86,9 @@ inline void PutLE16(Bytes& b, uint32_t v) {
   b.push_back(static_cast<uint8_t>(v));
   b.push_back(static_cast<uint8_t>(v >> 8));
 }
-inline void PutText(Bytes& b, const char* text) { b.insert(b.end(), text, text + std::strlen(text)); }
+inline void PutText(Bytes& b, const char* text) {
+  for (const char* c = text; *c != 0; ++c) b.push_back(static_cast<uint8_t>(*c));
+}
 
 // One frame: the header and zero bytes up to its length.
 inline Bytes Frame(uint32_t header) {
