@@ -3,6 +3,12 @@
 // magnitudes 0 or 1 up to the granule's end. The bit position is always left at
 // part-2 start + part2_3_length, so over- and under-read bits never shift the next
 // granule.
+//
+// DecodeSpectrum takes each code word through the look-up tables of
+// huffman_lookup.cpp and a whole pair (code word, linbits, signs) from one 64-bit
+// look at the ring; DecodeSpectrumByTree walks the trees a bit at a time. Both
+// consume the same bits and give the same values: the tests hold the first to the
+// second on random data.
 #include "huffman.h"
 
 #include "band_tables.h"
@@ -60,12 +66,17 @@ void DecodeQuad(const HuffmanTable& table, const uint8_t* reservoir, uint32_t& b
   for (uint32_t k = 0; k < 4; ++k) out[k] = Signed((flags >> (3 - k)) & 1, reservoir, bitPos);
 }
 
-int32_t DecodeSpectrum(uint32_t* values, const uint8_t* reservoir, uint32_t& bitPos, const GranuleInfo& gi,
-                       uint32_t part2Start, uint32_t rateCode) {
+namespace {
+
+// Line bounds of the big-values regions: ends[0..count-1].
+struct Regions {
+  uint32_t ends[3];
+  uint32_t count;
+};
+
+Regions BigValueRegions(const GranuleInfo& gi, uint32_t rateCode) {
   const BandTable& bands = kBandTables[rateCode];
   const uint32_t bigEnd = gi.big_value_count;
-
-  // Region bounds in lines.
   uint32_t region1;
   uint32_t region2;
   if (gi.block_type == 2) {
@@ -79,41 +90,19 @@ int32_t DecodeSpectrum(uint32_t* values, const uint8_t* reservoir, uint32_t& bit
     region1 = static_cast<uint32_t>(bands.longStart[r1]);
     region2 = static_cast<uint32_t>(bands.longStart[r2]);
   }
-  uint32_t ends[3];
-  uint32_t regions;
-  if (bigEnd <= region1) {
-    ends[0] = bigEnd;
-    regions = 1;
-  } else if (bigEnd <= region2) {
-    ends[0] = region1;
-    ends[1] = bigEnd;
-    regions = 2;
-  } else {
-    ends[0] = region1;
-    ends[1] = region2;
-    ends[2] = bigEnd;
-    regions = 3;
-  }
+  if (bigEnd <= region1) return {{bigEnd, 0, 0}, 1};
+  if (bigEnd <= region2) return {{region1, bigEnd, 0}, 2};
+  return {{region1, region2, bigEnd}, 3};
+}
 
-  // Big values: pairs from each region's start to its end (an odd end rounds up).
-  uint32_t i = 0;
-  for (uint32_t r = 0; r < regions; ++r) {
-    const HuffmanTable& table = kPairTables[gi.table_select[r] & 31];
-    const uint32_t end = ends[r];
-    if (table.linbits == 0) {
-      for (; i < end; i += 2) DecodePair(table, reservoir, bitPos, values + i);
-    } else {
-      for (; i < end; i += 2) DecodePairLinbits(table, reservoir, bitPos, table.linbits, values + i);
-    }
-  }
-
-  // Count1 part: quadruples up to the granule's end; one that crosses the end is
-  // discarded.
-  const uint32_t end = part2Start + gi.part2_3_length;
-  const HuffmanTable& quad = kQuadTables[gi.count1table_select & 1];
-  uint32_t count = i;
+// The count1 part and the end of the granule, shared by both decoders: quadruples
+// up to the granule's end (one that crosses the end is discarded), the last pair at
+// line 574, re-alignment to the end and clearing of the rest. `quad(out)` decodes one
+// quadruple at `bitPos`.
+template <class QuadFn>
+int32_t FinishSpectrum(uint32_t* values, uint32_t& bitPos, uint32_t count, uint32_t end, QuadFn quad) {
   while (static_cast<int32_t>(bitPos - end) < 0 && count < 573) {
-    DecodeQuad(quad, reservoir, bitPos, values + count);
+    quad(values + count);
     if (bitPos == end) {
       count += 4;
       break;
@@ -124,7 +113,7 @@ int32_t DecodeSpectrum(uint32_t* values, const uint8_t* reservoir, uint32_t& bit
   // At line 574 only the first two values of one more quadruple fit.
   if (static_cast<int32_t>(bitPos - end) < 0 && count <= 574) {
     uint32_t last[4];
-    DecodeQuad(quad, reservoir, bitPos, last);
+    quad(last);
     values[count] = last[0];
     values[count + 1] = last[1];
     if (static_cast<int32_t>(bitPos - end) <= 0) count += 2;
@@ -134,6 +123,114 @@ int32_t DecodeSpectrum(uint32_t* values, const uint8_t* reservoir, uint32_t& bit
   if (count > kLinesPerGranule) return -1;
   for (uint32_t k = count; k < kLinesPerGranule; ++k) values[k] = 0;
   return static_cast<int32_t>(count);
+}
+
+// The leaf of the code word at the top of `window` (bits from `bitPos`), through the
+// look-up table and, for a word longer than its index, the rest of the tree walk.
+// `used` receives the code word's length.
+inline uint32_t LookupLeaf(const HuffmanLookup& t, uint64_t window, uint32_t& used) {
+  const uint32_t e = t.entries[window >> (64 - t.bits)];
+  if ((e & kLookupContinue) == 0) {
+    used = e >> 8;
+    return e & 0xFF;
+  }
+  int32_t index = static_cast<int32_t>(e & ~uint32_t{kLookupContinue});
+  int32_t node = t.tree[index];
+  uint32_t n = t.bits;
+  window <<= n;
+  while (node < 0) {
+    index += (window >> 63) != 0 ? 1 - node : 1;
+    window <<= 1;
+    ++n;
+    node = t.tree[index];
+  }
+  used = n;
+  return static_cast<uint32_t>(node);
+}
+
+// One magnitude of a pair from the window at bit `used`: linbits extension of a 15
+// (when the table has linbits), then the sign bit of a non-zero value.
+template <bool kLinbits>
+inline uint32_t TakeValue(uint32_t magnitude, uint64_t window, uint32_t& used, uint32_t linbits) {
+  if (kLinbits && magnitude == 15) {
+    magnitude += static_cast<uint32_t>((window << used) >> (64 - linbits));
+    used += linbits;
+  }
+  if (magnitude == 0) return 0;
+  const uint32_t sign = static_cast<uint32_t>((window << used) >> 63);
+  ++used;
+  return 2 * magnitude + sign;
+}
+
+// One pair from a single 64-bit look: code word (at most 19 bits), two linbits fields
+// (at most 13 bits each) and two signs fit the 57 bits it holds.
+template <bool kLinbits>
+inline void LookupPair(const HuffmanLookup& t, const uint8_t* reservoir, uint32_t& bitPos, uint32_t* out) {
+  const uint64_t window = PeekBits64(reservoir, bitPos);
+  uint32_t used;
+  const uint32_t leaf = LookupLeaf(t, window, used);
+  out[0] = TakeValue<kLinbits>(leaf >> 4, window, used, t.linbits);
+  out[1] = TakeValue<kLinbits>(leaf & 15, window, used, t.linbits);
+  bitPos += used;
+}
+
+}  // namespace
+
+int32_t DecodeSpectrum(uint32_t* values, const uint8_t* reservoir, uint32_t& bitPos, const GranuleInfo& gi,
+                       uint32_t part2Start, uint32_t rateCode) {
+  const Regions regions = BigValueRegions(gi, rateCode);
+  // A local position: stores through `values` cannot touch it, so it stays in a register.
+  uint32_t pos = bitPos;
+  uint32_t i = 0;
+  for (uint32_t r = 0; r < regions.count; ++r) {
+    const HuffmanLookup& table = kPairLookup[gi.table_select[r] & 31];
+    const uint32_t end = regions.ends[r];
+    if (table.bits == 0) {
+      // A single-leaf tree: (0, 0) without reading a bit.
+      for (; i < end; i += 2) values[i] = values[i + 1] = 0;
+    } else if (table.linbits == 0) {
+      for (; i < end; i += 2) LookupPair<false>(table, reservoir, pos, values + i);
+    } else {
+      for (; i < end; i += 2) LookupPair<true>(table, reservoir, pos, values + i);
+    }
+  }
+
+  const HuffmanLookup& quad = kQuadLookup[gi.count1table_select & 1];
+  const int32_t count = FinishSpectrum(values, pos, i, part2Start + gi.part2_3_length, [&](uint32_t* out) {
+    const uint64_t window = PeekBits64(reservoir, pos);
+    uint32_t used;
+    const uint32_t flags = LookupLeaf(quad, window, used);
+    for (uint32_t k = 0; k < 4; ++k) {
+      if (((flags >> (3 - k)) & 1) != 0) {
+        out[k] = 2 + static_cast<uint32_t>((window << used) >> 63);
+        ++used;
+      } else {
+        out[k] = 0;
+      }
+    }
+    pos += used;
+  });
+  bitPos = pos;
+  return count;
+}
+
+int32_t DecodeSpectrumByTree(uint32_t* values, const uint8_t* reservoir, uint32_t& bitPos, const GranuleInfo& gi,
+                             uint32_t part2Start, uint32_t rateCode) {
+  const Regions regions = BigValueRegions(gi, rateCode);
+  // Big values: pairs from each region's start to its end (an odd end rounds up).
+  uint32_t i = 0;
+  for (uint32_t r = 0; r < regions.count; ++r) {
+    const HuffmanTable& table = kPairTables[gi.table_select[r] & 31];
+    const uint32_t end = regions.ends[r];
+    if (table.linbits == 0) {
+      for (; i < end; i += 2) DecodePair(table, reservoir, bitPos, values + i);
+    } else {
+      for (; i < end; i += 2) DecodePairLinbits(table, reservoir, bitPos, table.linbits, values + i);
+    }
+  }
+  const HuffmanTable& quad = kQuadTables[gi.count1table_select & 1];
+  return FinishSpectrum(values, bitPos, i, part2Start + gi.part2_3_length,
+                        [&](uint32_t* out) { DecodeQuad(quad, reservoir, bitPos, out); });
 }
 
 }  // namespace kxmp3

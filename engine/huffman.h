@@ -46,12 +46,35 @@ void DecodePairLinbits(const HuffmanTable& table, const uint8_t* reservoir, uint
 // One quadruple through a count1 table; writes out[0..3].
 void DecodeQuad(const HuffmanTable& table, const uint8_t* reservoir, uint32_t& bitPos, uint32_t* out);
 
+// Look-up tables over the trees, for speed: entry v of a table holds the result of
+// walking the tree on the `bits` bits of v (most significant first). A walk that
+// reaches a leaf within them gives the leaf (bits 0-7) and the bits it used (bits
+// 8-12); one that does not gives bit 15 set and the index of the internal node it
+// stopped at (bits 0-14), from where the walk goes on bit by bit. So a look-up
+// consumes exactly the bits, and yields exactly the leaf, that the walk would.
+struct HuffmanLookup {
+  const uint16_t* entries;  // 2^bits entries
+  uint32_t bits;            // index width: the tree's longest code word, at most 10
+  const int16_t* tree;      // the tree the entries were made from
+  uint32_t linbits;
+};
+constexpr uint16_t kLookupContinue = 0x8000;
+
+// By table_select and count1table_select, in step with kPairTables and kQuadTables;
+// built before the module's first decoder runs.
+extern const HuffmanLookup* const kPairLookup;
+extern const HuffmanLookup* const kQuadLookup;
+
 // Decodes one granule-channel's big values and count1 part into `values` (576 coded
 // values). `part2Start` is the bit position before the scale factors; the Huffman
 // data ends at part2Start + part2_3_length, where the bit position is left whatever
 // was consumed. Returns the count of values that may be non-zero (0..576; the rest
 // are cleared) or -1.
+// Uses the look-up tables; DecodeSpectrumByTree is the same decoding walking the
+// trees bit by bit, kept as the reference the tests hold the fast one to.
 int32_t DecodeSpectrum(uint32_t* values, const uint8_t* reservoir, uint32_t& bitPos, const GranuleInfo& gi,
                        uint32_t part2Start, uint32_t rateCode);
+int32_t DecodeSpectrumByTree(uint32_t* values, const uint8_t* reservoir, uint32_t& bitPos, const GranuleInfo& gi,
+                             uint32_t part2Start, uint32_t rateCode);
 
 }  // namespace kxmp3
