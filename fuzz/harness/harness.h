@@ -29,8 +29,15 @@ void RunModule(const uint8_t* data, size_t size);
 // few requests; kDecode decodes to the end, seeks once, rewinds; kFull adds ten
 // seeks of every origin and the dialog when the variant asks for it. `variant`
 // picks the open flags and output format as in RunModule (0: a plain 16-bit open).
+// Returns what the session saw.
 enum class SessionDepth { kOpen, kDecode, kFull };
-void RunHostSession(const uint8_t* data, size_t size, const char16_t* name, uint32_t variant, SessionDepth depth);
+struct SessionSummary {
+  uint32_t opened = 0xFFFFFFFFu;  // the result of Create
+  uint64_t bytesDelivered = 0;    // PCM bytes of every request together
+  uint32_t failedRequests = 0;    // requests answered with a failure code
+};
+SessionSummary RunHostSession(const uint8_t* data, size_t size, const char16_t* name, uint32_t variant,
+                              SessionDepth depth);
 
 // The tag readers, each alone, on a stream holding the input.
 void RunId3v1(const uint8_t* data, size_t size);

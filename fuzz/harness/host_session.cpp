@@ -45,6 +45,8 @@ struct Session {
   uint32_t blockAlign = 0;
   uint64_t totalBytes = 0;
   uint64_t sinceSeek = 0;  // bytes delivered since the open, the last seek or rewind
+  bool placeKnown = true;  // false after a seek that failed half-way
+  SessionSummary summary;
   std::vector<uint8_t> buffer;
 };
 
@@ -60,38 +62,51 @@ KxResult Pull(Session& s, int32_t want, uint64_t* delivered) {
   }
   // Standing on a sample boundary and asked for whole samples, the decoder delivers
   // whole samples while the data lasts.
-  if (s.blockAlign != 0 && s.sinceSeek % s.blockAlign == 0 && want % static_cast<int32_t>(s.blockAlign) == 0 &&
+  if (s.blockAlign != 0 && s.placeKnown && s.sinceSeek % s.blockAlign == 0 &&
+      want % static_cast<int32_t>(s.blockAlign) == 0 &&
       written > 0 && written % static_cast<int32_t>(s.blockAlign) != 0 && rc != AF_S_END_OF_DATA) {
     Violation("DecodeToPCMData delivered %d bytes, not whole samples of %u", written, s.blockAlign);
   }
   if (written > 0) {
     *delivered += static_cast<uint64_t>(written);
     s.sinceSeek += static_cast<uint64_t>(written);
+    s.summary.bytesDelivered += static_cast<uint64_t>(written);
   }
+  if (rc != AF_S_OK && rc != AF_S_FRAME_ERROR && rc != AF_S_END_OF_DATA) ++s.summary.failedRequests;
   if ((rc == AF_S_OK || rc == AF_S_FRAME_ERROR) && written == 0) {
     Violation("DecodeToPCMData returned 0x%X without delivering a byte", rc);
   }
   return rc;
 }
 
-// Pulls until the end of the data, a failure, or `maxCalls` calls (0: no limit);
-// returns the last result. The output can never pass what the input's frames can
-// yield.
+// Pulls until the end of the data or `maxCalls` calls (0: no limit), as a host
+// that tries again after a failed request; returns the last result. The output can
+// never pass what the input's frames can yield, and failures cannot go on without
+// end: each failed request consumes at least one frame of the stream (or the
+// stream's end is reached).
 KxResult PullToEnd(Session& s, size_t firstRequest, uint32_t maxCalls) {
   const uint64_t cap = (s.inputSize / kMinFrameLength + 4) * kMaxFrameBytes;
+  const uint64_t maxFailures = s.inputSize / kMinFrameLength + 16;
   uint64_t delivered = 0;
+  uint64_t failures = 0;
   size_t k = firstRequest;
+  KxResult rc = AF_S_OK;
   for (uint32_t call = 0; maxCalls == 0 || call < maxCalls; ++call) {
     const int32_t want = kRequestSizes[k++ % kRequestSizeCount];
-    const KxResult rc = Pull(s, want, &delivered);
-    if (rc != AF_S_OK && rc != AF_S_FRAME_ERROR) return rc;
+    rc = Pull(s, want, &delivered);
+    if (rc == AF_S_END_OF_DATA || s.infoOnly) return rc;
+    if (rc != AF_S_OK && rc != AF_S_FRAME_ERROR && ++failures > maxFailures) {
+      Violation("%llu failed requests on %zu input bytes: decoding does not end",
+                static_cast<unsigned long long>(failures), s.inputSize);
+      return rc;
+    }
     if (delivered > cap) {
       Violation("%llu PCM bytes from %zu input bytes: decoding does not end",
                 static_cast<unsigned long long>(delivered), s.inputSize);
       return rc;
     }
   }
-  return AF_S_OK;
+  return rc;
 }
 
 void QueryRecords(Session& s) {
@@ -168,7 +183,14 @@ void Seek(Session& s, int64_t position, uint32_t origin) {
   target.i = position;
   const KxResult rc = s.audio->SetCurrentPosition(target, origin);
   RequireNamedCode(rc, "SetCurrentPosition");
-  s.sinceSeek = 0;
+  // A refused target changes nothing; a seek that failed on the way leaves the
+  // place in the output unknown.
+  if (rc == AF_S_OK) {
+    s.sinceSeek = 0;
+    s.placeKnown = true;
+  } else if (rc != AF_E_OUT_OF_RANGE) {
+    s.placeKnown = false;
+  }
   if (s.infoOnly && rc != AF_E_NOT_READY) Violation("SetCurrentPosition on an information-only open gave 0x%X", rc);
   if (origin == AF_ORIGIN_START && s.blockAlign != 0 && position > 0 &&
       static_cast<uint64_t>(position) >= s.totalBytes + s.blockAlign && rc != AF_E_OUT_OF_RANGE && !s.infoOnly) {
@@ -208,6 +230,7 @@ void LongSession(Session& s) {
   const KxResult rewound = s.audio->Rewind();
   RequireNamedCode(rewound, "Rewind");
   s.sinceSeek = 0;
+  s.placeKnown = rewound == AF_S_OK;
   if (s.infoOnly && rewound != AF_E_NOT_READY) Violation("Rewind on an information-only open gave 0x%X", rewound);
   PullToEnd(s, s.variant >> 12, 6);
 }
@@ -223,6 +246,7 @@ void DecodeSession(Session& s) {
   const KxResult rewound = s.audio->Rewind();
   RequireNamedCode(rewound, "Rewind");
   s.sinceSeek = 0;
+  s.placeKnown = rewound == AF_S_OK;
   PullToEnd(s, s.variant >> 12, 3);
 }
 
@@ -240,8 +264,8 @@ bool FormatRecord(FormatInfo* format) {
   return true;
 }
 
-void RunSession(const uint8_t* data, size_t size, const char16_t* name, uint32_t variant, SessionDepth depth,
-                const FormatInfo& format) {
+SessionSummary RunSession(const uint8_t* data, size_t size, const char16_t* name, uint32_t variant,
+                          SessionDepth depth, const FormatInfo& format) {
   // The probe leaves the stream where it found it and keeps no reference.
   {
     HeldStream probe(data, size, name);
@@ -254,7 +278,7 @@ void RunSession(const uint8_t* data, size_t size, const char16_t* name, uint32_t
   Class_ZCOM* object = nullptr;
   if (format.create(FOURCC_ZMP3, &object) != AF_S_OK || object == nullptr) {
     Violation("the format record's create callback failed");
-    return;
+    return {};
   }
   Session s;
   s.variant = variant;
@@ -263,7 +287,7 @@ void RunSession(const uint8_t* data, size_t size, const char16_t* name, uint32_t
   if (object->QueryInterface(FOURCC_ZAFC, &audioInterface) != AF_S_OK || audioInterface == nullptr) {
     Violation("the decoder has no audio-file interface");
     object->Release();
-    return;
+    return {};
   }
   s.audio = static_cast<Class_KXAudioFile*>(audioInterface);
   s.decoder = dynamic_cast<Class_KXMP3*>(object);
@@ -282,6 +306,7 @@ void RunSession(const uint8_t* data, size_t size, const char16_t* name, uint32_t
   params.requestedBits = (variant & 0x80) != 0 ? 32 : 16;
   const KxResult opened = s.audio->Create(&params);
   RequireNamedCode(opened, "Create");
+  s.summary.opened = opened;
 
   if (opened == AF_S_OK) {
     QueryRecords(s);
@@ -311,6 +336,7 @@ void RunSession(const uint8_t* data, size_t size, const char16_t* name, uint32_t
   s.audio->Release();
   if (object->Release() != 0) Violation("the decoder kept references of its own");
   stream.Finish(opened == AF_S_OK ? "open, decode and release" : "failed open");
+  return s.summary;
 }
 
 }  // namespace
@@ -331,12 +357,14 @@ void RunModule(const uint8_t* data, size_t size) {
   memory.Check("module");
 }
 
-void RunHostSession(const uint8_t* data, size_t size, const char16_t* name, uint32_t variant, SessionDepth depth) {
+SessionSummary RunHostSession(const uint8_t* data, size_t size, const char16_t* name, uint32_t variant,
+                              SessionDepth depth) {
   FormatInfo format{};
-  if (!FormatRecord(&format)) return;
+  if (!FormatRecord(&format)) return {};
   const CoreMemoryWatch memory;
-  RunSession(data, size, name, variant, depth, format);
+  const SessionSummary summary = RunSession(data, size, name, variant, depth, format);
   memory.Check("host session");
+  return summary;
 }
 
 }  // namespace kxfuzz

@@ -48,13 +48,13 @@ std::u16string WideName(const std::string& path) {
 }
 
 Opened Open(const Bytes& data, const std::u16string& name, uint32_t flags, uint32_t bits,
-            void (*prepare)(kxtest::MemoryStream*, uint64_t), uint64_t argument) {
+            const std::function<void(kxtest::MemoryStream*)>& prepare) {
   Opened o;
   Class_ZCOM* object = nullptr;
   if (CreateInstance_KXMP3(&object) != AF_S_OK) return o;
   o.decoder = dynamic_cast<Class_KXMP3*>(object);
   o.stream = kxtest::MemoryStream::Make(data, name);
-  if (prepare != nullptr) prepare(o.stream, argument);
+  if (prepare) prepare(o.stream);
   o.stream->AddRef();  // the decoder's reference; the test keeps the first
   OpenParams params{};
   params.tag = FOURCC_ZAFC;
@@ -106,6 +106,8 @@ Drained Drain(Class_KXAudioFile* audio, int32_t request, uint32_t maxCalls, uint
 }
 
 bool Named(KxResult code) { return KxResultName(code) != nullptr; }
+
+int64_t MemoryBound(size_t fileBytes) { return 128 * 1024 + 16 * static_cast<int64_t>(fileBytes); }
 
 int64_t FirstFrameOffset(const Bytes& data) {
   size_t p = 0;

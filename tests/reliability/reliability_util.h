@@ -5,6 +5,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -34,9 +35,9 @@ struct Opened {
 
 // Makes a decoder and a stream over `data` named `name`; the stream is handed to
 // Create with a reference of its own (the decoder owns that one). `prepare` (may be
-// null) runs on the stream before Create, to set up faults.
+// empty) runs on the stream before Create, to set up faults.
 Opened Open(const Bytes& data, const std::u16string& name, uint32_t flags = 0, uint32_t bits = 16,
-            void (*prepare)(kxtest::MemoryStream*, uint64_t) = nullptr, uint64_t argument = 0);
+            const std::function<void(kxtest::MemoryStream*)>& prepare = {});
 // Releases the decoder, checks that the stream is back to the test's single
 // reference, and releases the stream. Returns false (with a test failure) when the
 // stream's count is wrong.
@@ -55,6 +56,12 @@ Drained Drain(Class_KXAudioFile* audio, int32_t request = 4608, uint32_t maxCall
 
 // True for a code of host/kx_result_codes.h.
 bool Named(KxResult code);
+
+// The most core memory, and the most C++ heap, that handling a file of `fileBytes`
+// bytes may take: the decoder's fixed blocks and records (128 KiB) and 16 bytes per
+// byte of file (the frame index takes 20 bytes per 24-byte frame; a tag buffer, its
+// texts widened to UTF-16 and the records merged from them take the rest).
+int64_t MemoryBound(size_t fileBytes);
 
 // Offset of the first frame of a bare or ID3v2-prefixed fixture (the first byte
 // pair that starts a Layer III header), or -1.

@@ -33,14 +33,7 @@ using namespace kxrel;
 // Bytes of the smallest Layer III frame (MPEG-2, 24 kHz, 8 kbit/s): no stream can
 // hold more frames than its length divided by this.
 constexpr uint64_t kSmallestFrame = 24;
-// What an open may take besides what grows with the file: the work block, the
-// reservoir, the frame buffer of 64-bit stereo output, records, texts.
-constexpr int64_t kFixedAllowance = 128 * 1024;
-// Per byte of file: the frame index (20 bytes per 24-byte frame), a tag buffer, tag
-// texts widened to UTF-16 and the records merged from them.
-constexpr int64_t kPerByteAllowance = 16;
-
-int64_t Bound(size_t fileBytes) { return kFixedAllowance + kPerByteAllowance * static_cast<int64_t>(fileBytes); }
+int64_t Bound(size_t fileBytes) { return MemoryBound(fileBytes); }
 
 void Append(Bytes& to, const Bytes& more) { to.insert(to.end(), more.begin(), more.end()); }
 void Append(Bytes& to, const char* text) { to.insert(to.end(), text, text + std::strlen(text)); }
