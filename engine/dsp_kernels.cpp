@@ -1,6 +1,7 @@
 // The function-pointer tables of the engine's kernels and the choice between them:
-// SSE2 when the build targets it, the scalar references otherwise. A wider SIMD
-// version would be one more table here, chosen once by a CPU check.
+// AVX2 when the build has those kernels and the processor (with its system) runs
+// them, else SSE2 when the build targets it, else the scalar references. Every table
+// gives bit-identical results, so the choice changes the speed, never the output.
 #include "dsp_kernels.h"
 
 namespace kxmp3 {
@@ -8,26 +9,48 @@ namespace kxmp3 {
 namespace {
 
 const DspKernels kScalar = {
-    "scalar",          Dct32Scalar,       WindowInt16Scalar, WindowFloatScalar,    Imdct36Scalar,
-    Imdct12Scalar,     AliasReduceScalar, MidSideScalar,     InterleaveFloatScalar,
+    "scalar",          Dct32Scalar,       nullptr,       WindowInt16Scalar,     WindowFloatScalar,
+    Imdct36Scalar,     Imdct12Scalar,     AliasReduceScalar, MidSideScalar, InterleaveFloatScalar,
 };
 
 #if defined(__SSE2__)
 const DspKernels kSse2 = {
-    "sse2",          Dct32Sse2,       WindowInt16Sse2, WindowFloatSse2,    Imdct36Sse2,
-    Imdct12Sse2,     AliasReduceSse2, MidSideSse2,     InterleaveFloatSse2,
+    "sse2",          Dct32Sse2,       nullptr,         WindowInt16Sse2, WindowFloatSse2,
+    Imdct36Sse2,     Imdct12Sse2,     AliasReduceSse2, MidSideSse2,     InterleaveFloatSse2,
 };
 #endif
 
-#if defined(__SSE2__)
-constexpr const DspKernels* kChosen = &kSse2;
-#else
-constexpr const DspKernels* kChosen = &kScalar;
+#if defined(KX_HAVE_AVX2_KERNELS)
+const DspKernels kAvx2 = {
+    "avx2",          Dct32Sse2,       Dct32SlotsAvx2,  WindowInt16Avx2, WindowFloatAvx2,
+    Imdct36Sse2,     Imdct12Sse2,     AliasReduceSse2, MidSideSse2,     InterleaveFloatSse2,
+};
 #endif
 
-// The active table: fixed at compile time today (a run-time CPU check for a wider
-// version would set it once, before the first decoder exists). Tests may swap it.
-const DspKernels* gActive = kChosen;
+bool ProcessorRunsAvx2() {
+#if defined(KX_HAVE_AVX2_KERNELS)
+  // Checks the processor's AVX2 bit and that the system saves the 256-bit registers.
+  __builtin_cpu_init();
+  return __builtin_cpu_supports("avx2") != 0;
+#else
+  return false;
+#endif
+}
+
+const DspKernels* Choose() {
+#if defined(KX_HAVE_AVX2_KERNELS)
+  if (ProcessorRunsAvx2()) return &kAvx2;
+#endif
+#if defined(__SSE2__)
+  return &kSse2;
+#else
+  return &kScalar;
+#endif
+}
+
+// The active table, chosen once when the module is loaded (before any decoder can
+// exist). Tests may swap it.
+const DspKernels* gActive = Choose();
 
 }  // namespace
 
@@ -44,6 +67,15 @@ const DspKernels& ScalarKernels() { return kScalar; }
 const DspKernels* Sse2Kernels() {
 #if defined(__SSE2__)
   return &kSse2;
+#else
+  return nullptr;
+#endif
+}
+
+const DspKernels* Avx2Kernels() {
+#if defined(KX_HAVE_AVX2_KERNELS)
+  static const bool runs = ProcessorRunsAvx2();
+  return runs ? &kAvx2 : nullptr;
 #else
   return nullptr;
 #endif

@@ -16,11 +16,18 @@
 namespace kxmp3 {
 
 struct DspKernels {
-  const char* name;  // "scalar" or "sse2"
+  const char* name;  // "scalar", "sse2" or "avx2"
 
   // Synthesis matrixing: v[i] = sum over k of cos((16 + i)(2 k + 1) pi / 64) samples[k],
   // i = 0..63, by a fast 32-point DCT. samples (32) and v (64) aligned.
   void (*dct32)(const double* samples, double* v);
+  // Matrixing of several time slots of a granule-channel in one call, or null in a
+  // table that does them one at a time through dct32. From slot `first` of `hybrid`
+  // (subband sb, slot t at 18 sb + t; odd slots of odd subbands negated, as the
+  // synthesis gathers them), writes each slot's 64 values (dct32's v) as consecutive
+  // rows of 64 at `rows` (32-byte aligned, room for kMaxDctSlotsPerCall rows) and
+  // returns how many slots it did (at least 1, at most 18 - first).
+  uint32_t (*dct32Slots)(const double* hybrid, uint32_t first, double* rows);
   // Synthesis windowing: out[n] = sum over k = 0..15 of W[32 k + n] ring[indexRow[k] + n]
   // for n = 0..31, the sum formed tap by tap from k = 0. The int16 variant uses the
   // 16-bit window copy, rounds to nearest even and saturates (a sum outside the 32-bit
@@ -47,15 +54,22 @@ struct DspKernels {
   void (*interleaveFloat)(double* dst, const double* planar);
 };
 
-// The table chosen for this processor (SSE2 where the build has it, else scalar).
+constexpr uint32_t kMaxDctSlotsPerCall = 8;
+
+// The table chosen for this processor: the widest it supports (AVX2 where the build
+// has those kernels and the processor and system support them), else SSE2 where the
+// build has it, else scalar. Chosen once, when the module is loaded.
 const DspKernels& Dsp();
 // Makes `kernels` the active table and returns the previous one. For tests that
 // observe what the kernels are given; never called while a decoder runs.
 const DspKernels& ReplaceDspKernelsForTesting(const DspKernels& kernels);
-// Both versions, for the kernel tests and the benchmarks. Sse2Kernels() returns null
-// when the build has no SSE2.
+// Every version, for the kernel tests and the benchmarks. Sse2Kernels() returns null
+// when the build has no SSE2, Avx2Kernels() when the build has no AVX2 kernels or
+// this processor cannot run them. The AVX2 table holds the SSE2 kernels where it has
+// no wider one of its own.
 const DspKernels& ScalarKernels();
 const DspKernels* Sse2Kernels();
+const DspKernels* Avx2Kernels();
 
 // Constants of the two IMDCT kernels, built by a start-up initialiser (they are not
 // part of the load-time tables). All pairs are 16-byte aligned.
@@ -98,6 +112,13 @@ void Imdct12Sse2(const double* lines, double* out);
 void AliasReduceSse2(double* upper, double* lower, uint32_t boundaries);
 void MidSideSse2(double* left, double* right, uint32_t subbands);
 void InterleaveFloatSse2(double* dst, const double* planar);
+
+// AVX2 versions (defined in the *_avx2.cpp files, compiled for AVX2 without FMA; run
+// only where Avx2Kernels() is not null). Each gives bit-identical results to its SSE2
+// counterpart.
+uint32_t Dct32SlotsAvx2(const double* hybrid, uint32_t first, double* rows);
+void WindowInt16Avx2(int16_t* out, const double* ring, const uint32_t* indexRow);
+void WindowFloatAvx2(double* out, const double* ring, const uint32_t* indexRow);
 
 // The 16-bit conversion of one window sum, as the processor's conversion does it:
 // round to nearest with ties to even, a value outside the 32-bit range (or NaN)

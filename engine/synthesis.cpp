@@ -15,6 +15,7 @@
 #include "synthesis.h"
 
 #include <cmath>
+#include <cstring>
 
 #include "dsp_kernels.h"
 #include "engine_types.h"
@@ -115,9 +116,31 @@ void SynthesizeSlot(const double* samples, double* ring, uint32_t* position, uin
 }
 
 void SynthesizeGranule(const double* hybrid, double* ring, uint32_t* position, uint32_t bytesPerSample, void* out) {
-  alignas(16) double slot[kSubbands];
   const uint32_t sampleBytes = bytesPerSample == 2 ? 2 : 8;
   uint8_t* dst = static_cast<uint8_t*>(out);
+  const DspKernels& k = Dsp();
+  if (k.dct32Slots != nullptr) {
+    // Several slots matrixed at once; each slot's values enter the ring just before
+    // its window, since the window of a slot still reads the ring row that the next
+    // slot's values replace.
+    alignas(32) double rows[kMaxDctSlotsPerCall * 64];
+    for (uint32_t t = 0; t < kLinesPerSubband;) {
+      const uint32_t n = k.dct32Slots(hybrid, t, rows);
+      for (uint32_t j = 0; j < n; ++j, ++t) {
+        const uint32_t pos = (*position - 64) & (kSynthesisRingSize - 1);
+        *position = pos;
+        std::memcpy(ring + pos, rows + 64 * j, 64 * sizeof(double));
+        const uint32_t* row = kSynthesisRingIndex[pos / 64];
+        if (bytesPerSample == 2) {
+          k.windowInt16(reinterpret_cast<int16_t*>(dst + t * kSubbands * 2), ring, row);
+        } else {
+          k.windowFloat(reinterpret_cast<double*>(dst + t * kSubbands * 8), ring, row);
+        }
+      }
+    }
+    return;
+  }
+  alignas(16) double slot[kSubbands];
   for (uint32_t t = 0; t < kLinesPerSubband; t += 2) {
     for (uint32_t sb = 0; sb < kSubbands; ++sb) slot[sb] = hybrid[kLinesPerSubband * sb + t];
     SynthesizeSlot(slot, ring, position, bytesPerSample, dst + t * kSubbands * sampleBytes);

@@ -35,10 +35,12 @@ void ExpectSameBits(const Doubles<N>& a, const Doubles<N>& b, const std::string&
   }
 }
 
-TEST(KernelChoice, ChosenOnceAndSse2WhenBuilt) {
+TEST(KernelChoice, ChosenOnceTheWidestThisProcessorRuns) {
   const DspKernels& first = Dsp();
   EXPECT_EQ(&first, &Dsp());
-  if (Sse2Kernels() != nullptr) {
+  if (Avx2Kernels() != nullptr) {
+    EXPECT_EQ(std::string("avx2"), first.name);
+  } else if (Sse2Kernels() != nullptr) {
     EXPECT_EQ(std::string("sse2"), first.name);
   } else {
     EXPECT_EQ(std::string("scalar"), first.name);

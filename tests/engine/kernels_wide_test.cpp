@@ -1,0 +1,199 @@
+// Every wider kernel (AVX2) held to its SSE2 counterpart bit for bit, on random input
+// and on whole streams, so that the decoder's output never depends on the processor
+// it runs on. Skipped where the processor runs no wider table.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <limits>
+#include <string>
+#include <vector>
+
+#include "dsp_test_util.h"
+#include "engine/dsp_kernels.h"
+#include "engine/synthesis.h"
+#include "engine/tables.h"
+#include "engine_harness.h"
+
+namespace kxmp3 {
+namespace {
+
+using kxtest::Doubles;
+
+std::vector<const DspKernels*> WiderTables() {
+  std::vector<const DspKernels*> all;
+  if (Avx2Kernels() != nullptr) all.push_back(Avx2Kernels());
+  return all;
+}
+
+class WideKernelsTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    kxtest::EnsureDecoderTables();
+    sse2_ = Sse2Kernels();
+    if (sse2_ == nullptr) GTEST_SKIP() << "this build has no SSE2 kernels to compare with";
+    wide_ = WiderTables();
+    if (wide_.empty()) GTEST_SKIP() << "this processor runs no kernels wider than SSE2";
+  }
+  const DspKernels* sse2_ = nullptr;
+  std::vector<const DspKernels*> wide_;
+};
+
+template <size_t N>
+void ExpectSameBits(const Doubles<N>& a, const Doubles<N>& b, const std::string& what) {
+  for (size_t i = 0; i < N; ++i) {
+    ASSERT_TRUE(kxtest::SameBits(a[i], b[i])) << what << " entry " << i << ": " << a[i] << " vs " << b[i];
+  }
+}
+
+TEST(WideKernelChoice, TablesNamedAndComplete) {
+  for (const DspKernels* k : WiderTables()) {
+    EXPECT_STREQ(k->name, "avx2");
+    EXPECT_NE(k->dct32, nullptr);
+    EXPECT_NE(k->dct32Slots, nullptr);
+    EXPECT_NE(k->windowInt16, nullptr);
+    EXPECT_NE(k->windowFloat, nullptr);
+    EXPECT_NE(k->imdct36, nullptr);
+    EXPECT_NE(k->imdct12, nullptr);
+    EXPECT_NE(k->aliasReduce, nullptr);
+    EXPECT_NE(k->midSide, nullptr);
+    EXPECT_NE(k->interleaveFloat, nullptr);
+  }
+  // The narrower tables matrix one slot at a time.
+  EXPECT_EQ(ScalarKernels().dct32Slots, nullptr);
+  if (Sse2Kernels() != nullptr) {
+    EXPECT_EQ(Sse2Kernels()->dct32Slots, nullptr);
+  }
+}
+
+TEST_F(WideKernelsTest, WindowFloatAndInt16) {
+  kxtest::Random rnd(21);
+  for (const DspKernels* k : wide_) {
+    for (int trial = 0; trial < 800; ++trial) {
+      Doubles<1024> ring;
+      // Quiet to far beyond full scale: saturation and sums beyond 32 bits too.
+      const double scale = trial % 4 == 0 ? 1e6 : trial % 4 == 1 ? 2.0 : trial % 4 == 2 ? 0.3 : 1e11;
+      rnd.Fill(ring.data(), 1024, scale, true);
+      const uint32_t* row = kSynthesisRingIndex[trial % 16];
+      Doubles<32> fa, fb;
+      sse2_->windowFloat(fa.data(), ring.data(), row);
+      k->windowFloat(fb.data(), ring.data(), row);
+      ExpectSameBits(fa, fb, std::string(k->name) + " window float trial " + std::to_string(trial));
+      alignas(16) int16_t ia[33], ib[33];
+      // Odd trials write the 16-bit samples 2 bytes off alignment.
+      const int off = trial % 2;
+      sse2_->windowInt16(ia + off, ring.data(), row);
+      k->windowInt16(ib + off, ring.data(), row);
+      for (int n = 0; n < 32; ++n) ASSERT_EQ(ia[off + n], ib[off + n]) << k->name << " trial " << trial << " n " << n;
+    }
+  }
+}
+
+TEST_F(WideKernelsTest, WindowFloatSpecialValues) {
+  // Infinities and NaN pass through the sums as in the SSE2 kernel (the 16-bit
+  // conversion turns them into -32768).
+  for (const DspKernels* k : wide_) {
+    Doubles<1024> ring;
+    for (int i = 0; i < 1024; ++i) ring[i] = (i % 7 == 0) ? 1e308 : (i % 11 == 0 ? -1e308 : 0.25);
+    ring[5] = std::numeric_limits<double>::quiet_NaN();
+    for (int r = 0; r < 16; ++r) {
+      alignas(16) int16_t ia[32], ib[32];
+      sse2_->windowInt16(ia, ring.data(), kSynthesisRingIndex[r]);
+      k->windowInt16(ib, ring.data(), kSynthesisRingIndex[r]);
+      for (int n = 0; n < 32; ++n) ASSERT_EQ(ia[n], ib[n]) << k->name << " row " << r << " n " << n;
+    }
+  }
+}
+
+// The slots of a granule-channel as the synthesis gathers them.
+void GatherSlot(const double* hybrid, uint32_t t, double* slot) {
+  for (uint32_t sb = 0; sb < 32; ++sb) {
+    const double v = hybrid[18 * sb + t];
+    slot[sb] = (t % 2 == 1 && sb % 2 == 1) ? -v : v;
+  }
+}
+
+TEST_F(WideKernelsTest, Dct32SlotsEqualsDct32OfEachSlot) {
+  kxtest::Random rnd(22);
+  for (const DspKernels* k : wide_) {
+    for (int trial = 0; trial < 300; ++trial) {
+      // A granule-channel followed by a second one, so that a kernel reading past
+      // the first one's end would be seen to matter.
+      Doubles<1152> hybrid;
+      rnd.Fill(hybrid.data(), 1152, trial % 3 == 0 ? 1e6 : 1.0, true);
+      uint32_t t = 0;
+      while (t < 18) {
+        alignas(32) double rows[kMaxDctSlotsPerCall * 64];
+        const uint32_t n = k->dct32Slots(hybrid.data(), t, rows);
+        ASSERT_GE(n, 1u);
+        ASSERT_LE(t + n, 18u);
+        for (uint32_t j = 0; j < n; ++j) {
+          Doubles<32> slot;
+          GatherSlot(hybrid.data(), t + j, slot.data());
+          Doubles<64> expect;
+          sse2_->dct32(slot.data(), expect.data());
+          for (int i = 0; i < 64; ++i) {
+            ASSERT_TRUE(kxtest::SameBits(expect[i], rows[64 * j + i]))
+                << k->name << " trial " << trial << " slot " << t + j << " value " << i << ": " << expect[i]
+                << " vs " << rows[64 * j + i];
+          }
+        }
+        t += n;
+      }
+    }
+  }
+}
+
+TEST_F(WideKernelsTest, GranuleSequencesSynthesiseIdentically) {
+  // Several granules in a row through SynthesizeGranule with each table: the ring,
+  // its position and the samples must stay the same throughout.
+  kxtest::Random rnd(23);
+  for (const DspKernels* k : wide_) {
+    for (uint32_t bps : {2u, 8u}) {
+      Doubles<1024> ringA{}, ringB{};
+      uint32_t posA = 0, posB = 0;
+      for (int granule = 0; granule < 40; ++granule) {
+        Doubles<576> hybrid;
+        rnd.Fill(hybrid.data(), 576, granule % 5 == 0 ? 3.0 : 0.4, true);
+        alignas(16) uint8_t outA[576 * 8], outB[576 * 8];
+        const DspKernels& previous = ReplaceDspKernelsForTesting(*sse2_);
+        SynthesizeGranule(hybrid.data(), ringA.data(), &posA, bps, outA);
+        ReplaceDspKernelsForTesting(*k);
+        SynthesizeGranule(hybrid.data(), ringB.data(), &posB, bps, outB);
+        ReplaceDspKernelsForTesting(previous);
+        ASSERT_EQ(posA, posB);
+        ASSERT_EQ(0, std::memcmp(outA, outB, 576 * bps)) << k->name << " granule " << granule << " bps " << bps;
+        ExpectSameBits(ringA, ringB, std::string(k->name) + " ring after granule " + std::to_string(granule));
+      }
+    }
+  }
+}
+
+TEST_F(WideKernelsTest, WholeStreamsDecodeIdenticallyWithEachTable) {
+  const std::string dir = std::string(KX_TEST_DATA_DIR) + "/mp3/";
+  for (const DspKernels* k : wide_) {
+    for (const char* name : {"m1_44100_joint_cbr.mp3", "m1_48000_stereo_vbr.mp3", "m2_24000_joint_vbr.mp3",
+                             "m25_8000_joint_abr.mp3", "m1_44100_emph5015.mp3", "m2_16000_mono_cbr.mp3"}) {
+      const auto bits = kxtest::ReadFile(dir + name);
+      ASSERT_FALSE(bits.empty()) << name;
+      for (uint32_t bps : {2u, 8u}) {
+        std::vector<uint8_t> pcm[2];
+        for (int which = 0; which < 2; ++which) {
+          const DspKernels& previous = ReplaceDspKernelsForTesting(which == 0 ? *sse2_ : *k);
+          kxtest::HarnessOptions options;
+          options.bytesPerSample = bps;
+          auto h = kxtest::EngineHarness::Open(bits, options);
+          ASSERT_NE(h, nullptr) << name;
+          pcm[which] = h->DecodeAll().pcm;
+          ReplaceDspKernelsForTesting(previous);
+        }
+        ASSERT_GT(pcm[0].size(), 10000u) << name;
+        ASSERT_EQ(pcm[0].size(), pcm[1].size()) << name;
+        EXPECT_EQ(0, std::memcmp(pcm[0].data(), pcm[1].data(), pcm[0].size()))
+            << k->name << " " << name << " bytes per sample " << bps;
+      }
+    }
+  }
+}
+
+}  // namespace
+}  // namespace kxmp3
