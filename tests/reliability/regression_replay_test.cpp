@@ -73,9 +73,9 @@ TEST(Replay, EveryRegressionFolderNamesATarget) {
 }
 
 TEST(Replay, FromEnvironment) {
-  const char* spec = std::getenv("KX_REPLAY");
-  if (spec == nullptr) GTEST_SKIP() << "set KX_REPLAY=<target>:<file> to replay a file";
-  const std::string text = spec;
+  const char* request = std::getenv("KX_REPLAY");
+  if (request == nullptr) GTEST_SKIP() << "set KX_REPLAY=<target>:<file> to replay a file";
+  const std::string text = request;
   const size_t colon = text.find(':');
   ASSERT_NE(colon, std::string::npos) << "KX_REPLAY must be <target>:<file>";
   Replay(text.substr(0, colon), text.substr(colon + 1));
