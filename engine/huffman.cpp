@@ -148,30 +148,84 @@ inline uint32_t LookupLeaf(const HuffmanLookup& t, uint64_t window, uint32_t& us
   return static_cast<uint32_t>(node);
 }
 
-// One magnitude of a pair from the window at bit `used`: linbits extension of a 15
-// (when the table has linbits), then the sign bit of a non-zero value.
-template <bool kLinbits>
-inline uint32_t TakeValue(uint32_t magnitude, uint64_t window, uint32_t& used, uint32_t linbits) {
-  if (kLinbits && magnitude == 15) {
-    magnitude += static_cast<uint32_t>((window << used) >> (64 - linbits));
+// The bits from `pos` on, left-aligned in a register, refilled from the ring (one
+// 64-bit look, at least 57 bits) only when fewer remain than the next step may take.
+// Keeps the ring load off the chain from one code word to the next.
+struct BitCache {
+  const uint8_t* ring;
+  uint32_t pos;    // bit position of the top bit of `bits`
+  uint64_t bits = 0;
+  uint32_t valid = 0;  // bits of `bits` that are the ring's
+
+  void Ensure(uint32_t need) {
+    if (valid < need) {
+      bits = PeekBits64(ring, pos);
+      valid = 64 - (pos & 7);
+    }
+  }
+  void Skip(uint32_t n) {
+    bits <<= n;
+    valid -= n;
+    pos += n;
+  }
+};
+
+// Bits one step may take: a pair of a table without linbits (code word of at most 19
+// bits, two signs), with linbits (two 13-bit extensions more), a count1 quadruple.
+constexpr uint32_t kPairBits = 19 + 2;
+constexpr uint32_t kLinbitsPairBits = 19 + 2 * 13 + 2;
+constexpr uint32_t kQuadBits = 6 + 4;
+
+// One pair of a table without linbits; the signs are taken without branches.
+inline void LookupPair(const HuffmanLookup& t, BitCache& c, uint32_t* out) {
+  c.Ensure(kPairBits);
+  uint32_t used;
+  const uint32_t leaf = LookupLeaf(t, c.bits, used);
+  const uint32_t x = leaf >> 4;
+  const uint32_t y = leaf & 15;
+  const uint32_t xNonZero = x != 0 ? 1 : 0;
+  const uint32_t yNonZero = y != 0 ? 1 : 0;
+  const uint64_t rest = c.bits << used;
+  out[0] = 2 * x + (static_cast<uint32_t>(rest >> 63) & xNonZero);
+  out[1] = 2 * y + (static_cast<uint32_t>((rest << xNonZero) >> 63) & yNonZero);
+  c.Skip(used + xNonZero + yNonZero);
+}
+
+// One magnitude of a linbits pair at bit `used` of `bits`: the extension of a 15,
+// then the sign of a non-zero value.
+inline uint32_t TakeLinbitsValue(uint32_t magnitude, uint64_t bits, uint32_t& used, uint32_t linbits) {
+  if (magnitude == 15) {
+    magnitude += static_cast<uint32_t>((bits << used) >> (64 - linbits));
     used += linbits;
   }
-  if (magnitude == 0) return 0;
-  const uint32_t sign = static_cast<uint32_t>((window << used) >> 63);
-  ++used;
+  const uint32_t nonZero = magnitude != 0 ? 1 : 0;
+  const uint32_t sign = static_cast<uint32_t>((bits << used) >> 63) & nonZero;
+  used += nonZero;
   return 2 * magnitude + sign;
 }
 
-// One pair from a single 64-bit look: code word (at most 19 bits), two linbits fields
-// (at most 13 bits each) and two signs fit the 57 bits it holds.
-template <bool kLinbits>
-inline void LookupPair(const HuffmanLookup& t, const uint8_t* reservoir, uint32_t& bitPos, uint32_t* out) {
-  const uint64_t window = PeekBits64(reservoir, bitPos);
+inline void LookupPairLinbits(const HuffmanLookup& t, BitCache& c, uint32_t* out) {
+  c.Ensure(kLinbitsPairBits);
   uint32_t used;
-  const uint32_t leaf = LookupLeaf(t, window, used);
-  out[0] = TakeValue<kLinbits>(leaf >> 4, window, used, t.linbits);
-  out[1] = TakeValue<kLinbits>(leaf & 15, window, used, t.linbits);
-  bitPos += used;
+  const uint32_t leaf = LookupLeaf(t, c.bits, used);
+  out[0] = TakeLinbitsValue(leaf >> 4, c.bits, used, t.linbits);
+  out[1] = TakeLinbitsValue(leaf & 15, c.bits, used, t.linbits);
+  c.Skip(used);
+}
+
+// One count1 quadruple: each set flag gives magnitude 1 and takes a sign bit.
+inline void LookupQuad(const HuffmanLookup& t, BitCache& c, uint32_t* out) {
+  c.Ensure(kQuadBits);
+  uint32_t used;
+  const uint32_t flags = LookupLeaf(t, c.bits, used);
+  uint64_t rest = c.bits << used;
+  for (uint32_t k = 0; k < 4; ++k) {
+    const uint32_t f = (flags >> (3 - k)) & 1;
+    out[k] = f * (2 + static_cast<uint32_t>(rest >> 63));
+    rest <<= f;
+    used += f;
+  }
+  c.Skip(used);
 }
 
 }  // namespace
@@ -179,8 +233,7 @@ inline void LookupPair(const HuffmanLookup& t, const uint8_t* reservoir, uint32_
 int32_t DecodeSpectrum(uint32_t* values, const uint8_t* reservoir, uint32_t& bitPos, const GranuleInfo& gi,
                        uint32_t part2Start, uint32_t rateCode) {
   const Regions regions = BigValueRegions(gi, rateCode);
-  // A local position: stores through `values` cannot touch it, so it stays in a register.
-  uint32_t pos = bitPos;
+  BitCache c{reservoir, bitPos};
   uint32_t i = 0;
   for (uint32_t r = 0; r < regions.count; ++r) {
     const HuffmanLookup& table = kPairLookup[gi.table_select[r] & 31];
@@ -189,28 +242,16 @@ int32_t DecodeSpectrum(uint32_t* values, const uint8_t* reservoir, uint32_t& bit
       // A single-leaf tree: (0, 0) without reading a bit.
       for (; i < end; i += 2) values[i] = values[i + 1] = 0;
     } else if (table.linbits == 0) {
-      for (; i < end; i += 2) LookupPair<false>(table, reservoir, pos, values + i);
+      for (; i < end; i += 2) LookupPair(table, c, values + i);
     } else {
-      for (; i < end; i += 2) LookupPair<true>(table, reservoir, pos, values + i);
+      for (; i < end; i += 2) LookupPairLinbits(table, c, values + i);
     }
   }
 
   const HuffmanLookup& quad = kQuadLookup[gi.count1table_select & 1];
-  const int32_t count = FinishSpectrum(values, pos, i, part2Start + gi.part2_3_length, [&](uint32_t* out) {
-    const uint64_t window = PeekBits64(reservoir, pos);
-    uint32_t used;
-    const uint32_t flags = LookupLeaf(quad, window, used);
-    for (uint32_t k = 0; k < 4; ++k) {
-      if (((flags >> (3 - k)) & 1) != 0) {
-        out[k] = 2 + static_cast<uint32_t>((window << used) >> 63);
-        ++used;
-      } else {
-        out[k] = 0;
-      }
-    }
-    pos += used;
-  });
-  bitPos = pos;
+  const int32_t count = FinishSpectrum(values, c.pos, i, part2Start + gi.part2_3_length,
+                                       [&](uint32_t* out) { LookupQuad(quad, c, out); });
+  bitPos = c.pos;
   return count;
 }
 

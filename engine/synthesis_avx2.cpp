@@ -143,17 +143,33 @@ void Dct32TwoSlots(const double* hybrid, uint32_t first, double* rows) {
 
 // ---- Windowing, four outputs per register ----
 
-// Window sums of all 32 outputs as eight registers, tap by tap from k = 0.
-inline void WindowSums32(const double* window, const double* ring, const uint32_t* row, __m256d acc[8]) {
-  const double* r0 = ring + row[0];
-  for (int j = 0; j < 8; ++j) acc[j] = _mm256_mul_pd(_mm256_load_pd(window + 4 * j), _mm256_loadu_pd(r0 + 4 * j));
+// Window sums of all 32 outputs in eight registers, tap by tap from k = 0, handed to
+// `store` as (sums of outputs 0..3, ..., sums of outputs 28..31). Named registers
+// rather than an array, so that the compiler keeps them out of memory.
+template <class Store>
+inline void WindowSums32(const double* window, const double* ring, const uint32_t* row, Store store) {
+  const double* r = ring + row[0];
+  __m256d a0 = _mm256_mul_pd(_mm256_load_pd(window + 0), _mm256_loadu_pd(r + 0));
+  __m256d a1 = _mm256_mul_pd(_mm256_load_pd(window + 4), _mm256_loadu_pd(r + 4));
+  __m256d a2 = _mm256_mul_pd(_mm256_load_pd(window + 8), _mm256_loadu_pd(r + 8));
+  __m256d a3 = _mm256_mul_pd(_mm256_load_pd(window + 12), _mm256_loadu_pd(r + 12));
+  __m256d a4 = _mm256_mul_pd(_mm256_load_pd(window + 16), _mm256_loadu_pd(r + 16));
+  __m256d a5 = _mm256_mul_pd(_mm256_load_pd(window + 20), _mm256_loadu_pd(r + 20));
+  __m256d a6 = _mm256_mul_pd(_mm256_load_pd(window + 24), _mm256_loadu_pd(r + 24));
+  __m256d a7 = _mm256_mul_pd(_mm256_load_pd(window + 28), _mm256_loadu_pd(r + 28));
   for (int k = 1; k < 16; ++k) {
     const double* w = window + 32 * k;
-    const double* r = ring + row[k];
-    for (int j = 0; j < 8; ++j) {
-      acc[j] = _mm256_add_pd(acc[j], _mm256_mul_pd(_mm256_load_pd(w + 4 * j), _mm256_loadu_pd(r + 4 * j)));
-    }
+    r = ring + row[k];
+    a0 = _mm256_add_pd(a0, _mm256_mul_pd(_mm256_load_pd(w + 0), _mm256_loadu_pd(r + 0)));
+    a1 = _mm256_add_pd(a1, _mm256_mul_pd(_mm256_load_pd(w + 4), _mm256_loadu_pd(r + 4)));
+    a2 = _mm256_add_pd(a2, _mm256_mul_pd(_mm256_load_pd(w + 8), _mm256_loadu_pd(r + 8)));
+    a3 = _mm256_add_pd(a3, _mm256_mul_pd(_mm256_load_pd(w + 12), _mm256_loadu_pd(r + 12)));
+    a4 = _mm256_add_pd(a4, _mm256_mul_pd(_mm256_load_pd(w + 16), _mm256_loadu_pd(r + 16)));
+    a5 = _mm256_add_pd(a5, _mm256_mul_pd(_mm256_load_pd(w + 20), _mm256_loadu_pd(r + 20)));
+    a6 = _mm256_add_pd(a6, _mm256_mul_pd(_mm256_load_pd(w + 24), _mm256_loadu_pd(r + 24)));
+    a7 = _mm256_add_pd(a7, _mm256_mul_pd(_mm256_load_pd(w + 28), _mm256_loadu_pd(r + 28)));
   }
+  store(a0, a1, a2, a3, a4, a5, a6, a7);
 }
 
 }  // namespace
@@ -168,19 +184,30 @@ uint32_t Dct32SlotsAvx2(const double* hybrid, uint32_t first, double* rows) {
 }
 
 void WindowInt16Avx2(int16_t* out, const double* ring, const uint32_t* indexRow) {
-  __m256d acc[8];
-  WindowSums32(gTables.synthWindowInt16, ring, indexRow, acc);
-  for (int j = 0; j < 8; j += 2) {
-    const __m128i lo = _mm256_cvtpd_epi32(acc[j]);
-    const __m128i hi = _mm256_cvtpd_epi32(acc[j + 1]);
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 4 * j), _mm_packs_epi32(lo, hi));
-  }
+  WindowSums32(gTables.synthWindowInt16, ring, indexRow,
+               [out](__m256d a0, __m256d a1, __m256d a2, __m256d a3, __m256d a4, __m256d a5, __m256d a6, __m256d a7) {
+                 auto pack = [](__m256d lo, __m256d hi) {
+                   return _mm_packs_epi32(_mm256_cvtpd_epi32(lo), _mm256_cvtpd_epi32(hi));
+                 };
+                 _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 0), pack(a0, a1));
+                 _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 8), pack(a2, a3));
+                 _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 16), pack(a4, a5));
+                 _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 24), pack(a6, a7));
+               });
 }
 
 void WindowFloatAvx2(double* out, const double* ring, const uint32_t* indexRow) {
-  __m256d acc[8];
-  WindowSums32(gTables.synthWindowFloat, ring, indexRow, acc);
-  for (int j = 0; j < 8; ++j) _mm256_storeu_pd(out + 4 * j, acc[j]);
+  WindowSums32(gTables.synthWindowFloat, ring, indexRow,
+               [out](__m256d a0, __m256d a1, __m256d a2, __m256d a3, __m256d a4, __m256d a5, __m256d a6, __m256d a7) {
+                 _mm256_storeu_pd(out + 0, a0);
+                 _mm256_storeu_pd(out + 4, a1);
+                 _mm256_storeu_pd(out + 8, a2);
+                 _mm256_storeu_pd(out + 12, a3);
+                 _mm256_storeu_pd(out + 16, a4);
+                 _mm256_storeu_pd(out + 20, a5);
+                 _mm256_storeu_pd(out + 24, a6);
+                 _mm256_storeu_pd(out + 28, a7);
+               });
 }
 
 }  // namespace kxmp3
