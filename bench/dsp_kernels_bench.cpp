@@ -1,12 +1,15 @@
-// Timing of the engine's kernels: each SSE2 kernel beside its scalar reference, on
-// random input of typical magnitude. Run: bench --benchmark_filter=Dsp
+// Timing of the engine's kernels: each SSE2 kernel beside its scalar reference and,
+// where the processor runs it, the AVX2 table's version, on random input of typical
+// magnitude. Run: bench --benchmark_filter=Dsp
 #include <benchmark/benchmark.h>
 
 #include <cstdint>
 #include <cstring>
 #include <random>
+#include <string>
 
 #include "engine/dsp_kernels.h"
+#include "engine/synthesis.h"
 #include "engine/tables.h"
 
 namespace {
@@ -35,8 +38,11 @@ Work& Prepared() {
   return *w;
 }
 
+// Argument 0: scalar, 1: SSE2, 2: AVX2 (each falling back to the next narrower table
+// the build or processor lacks; the label names the one timed).
 const DspKernels& Kernels(const benchmark::State& state) {
-  if (state.range(0) == 1 && kxmp3::Sse2Kernels() != nullptr) return *kxmp3::Sse2Kernels();
+  if (state.range(0) == 2 && kxmp3::Avx2Kernels() != nullptr) return *kxmp3::Avx2Kernels();
+  if (state.range(0) >= 1 && kxmp3::Sse2Kernels() != nullptr) return *kxmp3::Sse2Kernels();
   return kxmp3::ScalarKernels();
 }
 
@@ -129,10 +135,49 @@ void DspInterleaveFloat(benchmark::State& state) {
   Label(state);
 }
 
-// Argument 0 = scalar, 1 = SSE2.
+// The matrixing of the four slots 0..3 of a granule-channel: one dct32Slots call
+// where the table has it, else four gathers and dct32 calls.
+void DspDct32FourSlots(benchmark::State& state) {
+  Work& w = Prepared();
+  const DspKernels& k = Kernels(state);
+  alignas(32) static double rows[kxmp3::kMaxDctSlotsPerCall * 64];
+  alignas(16) double slot[32];
+  for (auto _ : state) {
+    if (k.dct32Slots != nullptr) {
+      for (uint32_t t = 0; t < 4;) t += k.dct32Slots(w.a, t, rows + 64 * t);
+    } else {
+      for (uint32_t t = 0; t < 4; ++t) {
+        for (uint32_t sb = 0; sb < 32; ++sb) slot[sb] = (t & sb & 1) != 0 ? -w.a[18 * sb + t] : w.a[18 * sb + t];
+        k.dct32(slot, rows + 64 * t);
+      }
+    }
+    benchmark::ClobberMemory();
+  }
+  Label(state);
+}
+
+// A whole granule-channel through the synthesis (18 slots: matrixing, ring, window).
+// Second argument: bytes per sample.
+void DspSynthesizeGranule(benchmark::State& state) {
+  Work& w = Prepared();
+  const DspKernels& previous = kxmp3::ReplaceDspKernelsForTesting(Kernels(state));
+  const uint32_t bps = static_cast<uint32_t>(state.range(1));
+  alignas(16) static uint8_t out[576 * 8];
+  uint32_t position = 0;
+  for (auto _ : state) {
+    kxmp3::SynthesizeGranule(w.a, w.ring, &position, bps, out);
+    benchmark::ClobberMemory();
+  }
+  kxmp3::ReplaceDspKernelsForTesting(previous);
+  state.SetLabel(std::string(Kernels(state).name) + (bps == 2 ? ", 16-bit" : ", float"));
+}
+
+// Argument 0 = scalar, 1 = SSE2, 2 = AVX2.
 BENCHMARK(DspDct32)->Arg(0)->Arg(1);
-BENCHMARK(DspWindowInt16)->Arg(0)->Arg(1);
-BENCHMARK(DspWindowFloat)->Arg(0)->Arg(1);
+BENCHMARK(DspDct32FourSlots)->Arg(0)->Arg(1)->Arg(2);
+BENCHMARK(DspWindowInt16)->Arg(0)->Arg(1)->Arg(2);
+BENCHMARK(DspWindowFloat)->Arg(0)->Arg(1)->Arg(2);
+BENCHMARK(DspSynthesizeGranule)->Args({0, 2})->Args({1, 2})->Args({2, 2})->Args({0, 8})->Args({1, 8})->Args({2, 8});
 BENCHMARK(DspImdct36)->Arg(0)->Arg(1);
 BENCHMARK(DspImdct12)->Arg(0)->Arg(1);
 BENCHMARK(DspAliasReduce)->Arg(0)->Arg(1);
