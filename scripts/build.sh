@@ -3,9 +3,12 @@
 #   scripts/build.sh release   -> build/release (optimised)
 #   scripts/build.sh asan      -> build/asan (Debug, AddressSanitizer + UBSan)
 #   scripts/build.sh tsan      -> build/tsan (ThreadSanitizer)
+# Targets named after the flavour are built alone (default: everything):
+#   scripts/build.sh tsan kx_reliability_tests kx_hostlib_tests
 set -euo pipefail
 cd "$(dirname "$0")/.."
 flavour="${1:-release}"
+if [ $# -gt 0 ]; then shift; fi
 case "$flavour" in
   release) args=(-DCMAKE_BUILD_TYPE=Release) ;;
   asan)    args=(-DCMAKE_BUILD_TYPE=Debug -DKX_SANITIZE=ON -DKX_BUILD_BENCH=OFF) ;;
@@ -13,4 +16,8 @@ case "$flavour" in
   *) echo "unknown flavour: $flavour (release, asan, tsan)" >&2; exit 2 ;;
 esac
 cmake -S . -B "build/$flavour" -G Ninja "${args[@]}" >/dev/null
-cmake --build "build/$flavour"
+if [ $# -gt 0 ]; then
+  cmake --build "build/$flavour" --target "$@"
+else
+  cmake --build "build/$flavour"
+fi
