@@ -10,6 +10,11 @@
 // frame and the next (the decoding still runs so the filterbank state follows the
 // stream); main data that lies before the reservoir's content gives a frame of
 // silence. At the output limit the last frame is cut and the stream ends.
+//
+// In a seek's pre-roll most frames only have to move the reservoir and the
+// synthesis ring positions on: their output is dropped, and the overlap and ring
+// contents they would leave are replaced by those of the last frames before the
+// target. Those frames skip the granule work (see decode_frame.h for when).
 #include "decode_frame.h"
 
 #include <cstring>
@@ -26,6 +31,7 @@
 #include "side_info.h"
 #include "stereo.h"
 #include "synthesis.h"
+#include "tables.h"
 
 namespace kxmp3 {
 
@@ -179,6 +185,63 @@ KxResult EndOfStream(DecoderState& state, int32_t* count) {
   return AF_S_END_OF_DATA;
 }
 
+bool gLightPreRoll = true;
+
+// The emphasis a frame is output with: none for the reserved code or when
+// de-emphasis was switched off at open.
+uint32_t EffectiveEmphasis(const DecoderState& state, uint32_t emphasis) {
+  return (emphasis == 2 || (state.openFlags & OPEN_FLAG_NO_DEEMPHASIS) != 0) ? 0 : emphasis;
+}
+
+// With the stream at the header after the current frame: are the next two frames
+// there, fitting the reference header, and output without de-emphasis? Whatever
+// cannot be confirmed counts as de-emphasis. The stream is put back.
+bool NextTwoFramesWithoutEmphasis(DecoderState& state) {
+  if ((state.openFlags & OPEN_FLAG_NO_DEEMPHASIS) != 0) return true;
+  Class_ZStream* stream = state.stream;
+  int64_t start = 0;
+  if (stream->GetPosition(&start) != AF_S_OK) return false;
+  bool plain = true;
+  int64_t at = start;
+  for (int k = 0; k < 2 && plain; ++k) {
+    uint8_t b[4];
+    uint32_t got = 0;
+    if ((k > 0 && stream->Seek(at, ZS_SEEK_SET) != AF_S_OK) || stream->Read(b, 4, &got) != AF_S_OK || got != 4) {
+      plain = false;
+      break;
+    }
+    const uint32_t word = (uint32_t{b[0]} << 24) | (uint32_t{b[1]} << 16) | (uint32_t{b[2]} << 8) | b[3];
+    if (!IsLayer3Header(word) || ((word ^ state.referenceHeader) & kHeaderCompareMask) != 0 ||
+        EffectiveEmphasis(state, word & 3) != 0) {
+      plain = false;
+      break;
+    }
+    const uint32_t version = ((~word >> 20) & 1) + ((~word >> 19) & 1);
+    const uint32_t rateCode = version * 3 + ((word >> 10) & 3);
+    at += kFrameLengthTable[rateCode][(word >> 12) & 15] + ((word >> 9) & 1);
+  }
+  if (stream->Seek(start, ZS_SEEK_SET) != AF_S_OK) return false;
+  return plain;
+}
+
+// A frame of a seek's pre-roll whose granule work can be left out (see
+// decode_frame.h): at least three frames before the target, and no de-emphasis in
+// it or the two frames after it. `frame` is the frame's number.
+bool LightPreRollFrame(DecoderState& state, uint32_t frame, int intoCaller) {
+  return gLightPreRoll && intoCaller == 0 && state.preRollTarget != 0 && frame + 3 <= state.preRollTarget &&
+         state.emphasis == 0 && NextTwoFramesWithoutEmphasis(state);
+}
+
+// What a granule's decoding leaves behind for later frames, without the decoding:
+// each channel's Huffman data ends part2_3_length bits after its start, and its
+// synthesis moves the ring position by 18 slots of 64 values.
+void PassGranule(DecoderState& state, const FrameStart& f, uint32_t gr) {
+  for (uint32_t ch = 0; ch < f.channels; ++ch) {
+    state.reservoirBitPos += f.side.gr[gr][ch].part2_3_length;
+    state.ringPos[ch] = (state.ringPos[ch] - kLinesPerSubband * 64) & (kSynthesisRingSize - 1);
+  }
+}
+
 // Decodes one granule into the planar buffer of the scratch. Returns false when
 // Huffman decoding failed.
 bool DecodeGranule(DecoderState& state, FrameStart& f, uint32_t gr, GranuleScratch& s, uint32_t outChannels) {
@@ -260,9 +323,15 @@ int32_t DecodeFrame(DecoderState& state, int intoCaller, void* output, int32_t* 
   const uint32_t granules = f.header.version == 0 ? 2 : 1;
   const uint32_t bps = state.bytesPerSample;
   const uint32_t outChannels = state.granuleBytes / (kLinesPerGranule * bps);
+  const bool light = LightPreRollFrame(state, f.indexSlot, intoCaller);
   GranuleScratch scratch;
   std::memset(scratch.scalefactors, 0, sizeof(scratch.scalefactors));
   for (uint32_t gr = 0; gr < granules; ++gr) {
+    if (light) {
+      PassGranule(state, f, gr);
+      if (state.muteCounter != 0 && gr == granules - 1) --state.muteCounter;
+      continue;
+    }
     if (!DecodeGranule(state, f, gr, scratch, outChannels)) {
       SetCount(count, 0);
       return -1;
@@ -290,6 +359,8 @@ int32_t DecodeFrame(DecoderState& state, int intoCaller, void* output, int32_t* 
   SetCount(count, static_cast<int32_t>(yield));
   return static_cast<int32_t>(status);
 }
+
+void EnableLightPreRollForTesting(bool enabled) { gLightPreRoll = enabled; }
 
 int32_t SkipFrame(DecoderState& state, int intoCaller, void* output, int32_t* count) {
   state.frameOutputBytes = state.pcmBufferSize;

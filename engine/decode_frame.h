@@ -16,7 +16,18 @@ namespace kxmp3 {
 // of silence); AF_E_ROOM_TOO_SMALL (0x3125, the frame went to the frame buffer);
 // AF_S_END_OF_DATA (0x3007); handed-up codes of the header and side-information
 // readers (nothing output); -1 when Huffman decoding failed.
+//
+// During a seek's pre-roll (state.preRollTarget set to the frame it ends before),
+// DecodeFrame leaves out the granule work (Huffman decoding to output) of a frame
+// into the frame buffer when nothing that work produces can reach the target frame:
+// the frame is at least three before the target (the last two rebuild the overlap
+// and synthesis state the target frame starts from) and neither it nor the two
+// frames after it use de-emphasis (whose filter memory carries on). The bit
+// reservoir, the synthesis ring positions, the mute counter, the frame index and the
+// status are kept exactly as a full decode keeps them; only the frame buffer's
+// contents, which the seek drops, differ. Tests switch this off to compare.
 int32_t DecodeFrame(DecoderState& state, int intoCaller, void* output, int32_t* count);
+void EnableLightPreRollForTesting(bool enabled);
 int32_t SkipFrame(DecoderState& state, int intoCaller, void* output, int32_t* count);
 
 }  // namespace kxmp3

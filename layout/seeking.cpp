@@ -189,13 +189,19 @@ KxResult SeekToFrame(DecoderState& s, uint32_t frame, uint32_t offset, DecodeSte
   s.endOfData = 0;
   s.deemphasisState = DeemphasisState{};
 
-  // 4. Pre-roll.
+  // 4. Pre-roll. While it runs the engine knows where it ends, so that it can leave
+  // out the work of frames that cannot change what the target frame decodes to.
   auto acceptable = [](KxResult r) { return r == AF_S_OK || r == AF_S_FRAME_ERROR || r == AF_E_UNDERFLOW; };
+  s.preRollTarget = frame;
   while (s.frameCounter < frame) {
     KxResult r = decode(s, 0, nullptr, nullptr);
-    if (!acceptable(r)) return r;
+    if (!acceptable(r)) {
+      s.preRollTarget = 0;
+      return r;
+    }
     s.pcmReadPos = s.pcmBufferSize;
   }
+  s.preRollTarget = 0;
 
   // 5. Into the target frame.
   if (offset == 0) return AF_S_OK;

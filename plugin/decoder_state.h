@@ -88,6 +88,9 @@ struct DecoderState {
   uint32_t referenceHeader;     // header word that frames are checked against
   uint32_t errorCount;          // data errors met (resyncs, clipped big_values)
   uint32_t muteCounter;         // frames still to be output as silence
+  uint32_t preRollTarget;       // while a seek decodes its pre-roll: the frame it ends
+                                // before (the engine may then leave out work whose
+                                // result is dropped); 0 otherwise
 
   // --- Tags and dialog ---
   ReplayGainRecord replayGain;  // RPGI record handed out by GetInfo
