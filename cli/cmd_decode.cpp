@@ -1,191 +1,257 @@
-// kxhost decode FILE -o OUT: decodes FILE through the module to a WAV file (16-bit
-// integer, or 64-bit IEEE float with --float), or to raw little-endian samples with
-// --format raw (OUT "-" is standard output). A file is written under a temporary
-// name beside OUT and renamed when it is complete, so a failed run never leaves a
-// partial OUT behind.
-#include <fcntl.h>
-#include <sndfile.h>
+// kxhost decode: decodes through the module to WAV files (16-bit integer, or 64-bit
+// IEEE float with --float) written by libsndfile, or to raw little-endian samples
+// (--format raw; "-o -" is standard output). One file goes to -o OUT; several files
+// or folders go to --out-dir DIR, decoded in parallel (-j N workers, each with its
+// own decoder objects), keeping the folders' layout. Files of a folder that the
+// module does not take are skipped; a file that fails is reported and the others go
+// on. --start and --duration cut the output through SetCurrentPosition.
 #include <sys/stat.h>
-#include <unistd.h>
 
+#include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <memory>
+#include <map>
+#include <mutex>
+#include <optional>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "commands.h"
+#include "decode_job.h"
 #include "decoder_session.h"
-#include "text.h"
+#include "file_list.h"
+#include "interrupt.h"
+#include "progress.h"
 
 namespace kxhost {
 
 namespace {
 
 struct DecodeOptions {
-  std::string file;
+  std::vector<std::string> inputs;
   std::string out;
+  std::string outDir;
   std::string format = "wav";
+  std::string start;
+  std::string duration;
+  bool startGiven = false;
+  bool durationGiven = false;
   bool useFloat = false;
   bool noDeemphasis = false;
+  bool recursive = false;
+  unsigned jobs = 0;  // 0: one per core
 };
 
-// Where the samples go: a WAV file through libsndfile or raw bytes to a descriptor.
-class Sink {
- public:
-  virtual ~Sink() = default;
-  virtual bool Write(const uint8_t* bytes, size_t count) = 0;
-  virtual bool Close() = 0;
-};
+bool IsDirectory(const std::string& path) {
+  struct stat st {};
+  return stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
+}
 
-class RawSink : public Sink {
- public:
-  explicit RawSink(int fd) : fd_(fd) {}
-  bool Write(const uint8_t* bytes, size_t count) override {
-    while (count > 0) {
-      const ssize_t n = ::write(fd_, bytes, count);
-      if (n <= 0) return false;
-      bytes += n;
-      count -= static_cast<size_t>(n);
+// mkdir -p; throws CliError.
+void MakeDirectories(const std::string& path) {
+  if (path.empty() || IsDirectory(path)) return;
+  const size_t slash = path.find_last_of('/');
+  if (slash != std::string::npos && slash != 0) MakeDirectories(path.substr(0, slash));
+  if (mkdir(path.c_str(), 0777) != 0 && errno != EEXIST) {
+    throw CliError("cannot make the folder " + path + ": " + std::strerror(errno));
+  }
+}
+
+// "a/b.mp3" -> "a/b.wav": the extension of the last path element replaced.
+std::string WithExtension(const std::string& relative, const std::string& extension) {
+  const size_t slash = relative.find_last_of('/');
+  const size_t dot = relative.find_last_of('.');
+  const bool hasExtension = dot != std::string::npos && (slash == std::string::npos || dot > slash + 1);
+  return (hasExtension ? relative.substr(0, dot) : relative) + extension;
+}
+
+std::optional<TimeValue> TimeOption(bool given, const std::string& text, const char* name) {
+  if (!given) return std::nullopt;
+  const auto value = ParseTime(text);
+  if (!value) {
+    throw CliError(std::string("bad ") + name + " " + text + ": use seconds (90, 12.5) or mm:ss.fff (1:30.250)");
+  }
+  return value;
+}
+
+std::string SampleFormatText(const PCMWAVEFORMAT& format) {
+  return format.wBitsPerSample == 64 ? "64-bit float" : "16-bit";
+}
+
+int RunSingle(const GlobalOptions& options, const DecodeOptions& opts, const DecodeSettings& settings) {
+  if (opts.inputs.size() != 1 || IsDirectory(opts.inputs[0])) {
+    throw CliError("-o names one output file: give one FILE, or use --out-dir DIR for several files or a folder");
+  }
+  const bool toStdout = opts.out == "-";
+  if (toStdout && !settings.raw) {
+    throw CliError("WAV output needs a file name; use --format raw to write samples to standard output");
+  }
+  const auto module = PrepareModule(options);
+  Progress progress(options.quiet, 0, "");
+  const DecodeOutcome outcome =
+      DecodeFile(*module, opts.inputs[0], opts.out, settings, [&progress](uint64_t done, uint64_t total) {
+        if (!progress.Enabled()) return;
+        progress.SetTotal(total);
+        progress.Update(done);
+      });
+  progress.Clear();
+  if (!options.quiet) {
+    std::string line = (toStdout ? std::string("(standard output)") : opts.out) + ": " +
+                       std::to_string(outcome.sampleFrames) + " samples, " +
+                       std::to_string(outcome.format.nSamplesPerSec) + " Hz, " +
+                       std::to_string(outcome.format.nChannels) + " channels, " + SampleFormatText(outcome.format);
+    if (outcome.concealedCalls != 0) {
+      line += ", damaged frames concealed in " + std::to_string(outcome.concealedCalls) + " reads";
     }
-    return true;
+    std::fprintf(stderr, "%s\n", line.c_str());
   }
-  bool Close() override { return fd_ == STDOUT_FILENO || ::close(fd_) == 0; }
+  return kExitOk;
+}
 
- private:
-  int fd_;
+struct BatchJob {
+  InputFile input;
+  std::string output;
+  std::string clash;  // the input whose output has the same name (an error)
 };
 
-class WavSink : public Sink {
- public:
-  WavSink(int fd, const PCMWAVEFORMAT& format) {
-    SF_INFO info{};
-    info.samplerate = static_cast<int>(format.nSamplesPerSec);
-    info.channels = format.nChannels;
-    info.format = SF_FORMAT_WAV | (format.wBitsPerSample == 64 ? SF_FORMAT_DOUBLE : SF_FORMAT_PCM_16);
-    file_ = sf_open_fd(fd, SFM_WRITE, &info, SF_TRUE);
-    if (file_ == nullptr) error_ = sf_strerror(nullptr);
-  }
-  ~WavSink() override {
-    if (file_ != nullptr) sf_close(file_);
-  }
-  bool Ok() const { return file_ != nullptr; }
-  const std::string& Error() const { return error_; }
-  // The decoder's bytes are already the file's little-endian samples: no conversion.
-  bool Write(const uint8_t* bytes, size_t count) override {
-    return sf_write_raw(file_, bytes, static_cast<sf_count_t>(count)) == static_cast<sf_count_t>(count);
-  }
-  bool Close() override {
-    const int rc = sf_close(file_);
-    file_ = nullptr;
-    return rc == 0;
-  }
+int RunBatch(const GlobalOptions& options, const DecodeOptions& opts, const DecodeSettings& settings) {
+  if (!opts.out.empty()) throw CliError("give either -o OUT (one file) or --out-dir DIR, not both");
+  const auto module = PrepareModule(options);
+  const std::vector<InputFile> files = ExpandInputs(opts.inputs, opts.recursive);
+  MakeDirectories(opts.outDir);
+  const std::string extension = settings.raw ? ".raw" : ".wav";
+  std::atomic<unsigned> decoded{0}, failed{0}, skipped{0};
+  auto report = [&failed](Progress& progress, const std::string& message) {
+    ++failed;
+    progress.Message("kxhost: " + message);
+  };
 
- private:
-  SNDFILE* file_ = nullptr;
-  std::string error_;
-};
-
-// A temporary file beside `target`, removed unless Commit renamed it.
-class TempOutput {
- public:
-  explicit TempOutput(const std::string& target) : target_(target) {
-    std::string pattern = target + ".kxhost-XXXXXX";
-    std::vector<char> name(pattern.begin(), pattern.end());
-    name.push_back('\0');
-    fd_ = mkstemp(name.data());
-    if (fd_ < 0) throw CliError("cannot write " + target + ": " + std::strerror(errno));
-    path_ = name.data();
-    fchmod(fd_, 0644);
-  }
-  ~TempOutput() {
-    if (!committed_) ::unlink(path_.c_str());
-  }
-  int Fd() const { return fd_; }
-  void Commit() {
-    if (std::rename(path_.c_str(), target_.c_str()) != 0) {
-      throw CliError("cannot rename the output to " + target_ + ": " + std::strerror(errno));
+  // First the files to decode: a folder's other files (covers, playlists) are not
+  // ours and are skipped quietly; a file named on the command line is always tried.
+  std::vector<BatchJob> jobs;
+  {
+    Progress scan(options.quiet || files.size() < 50, files.size(), "files scanned");
+    std::map<std::string, std::string> owners;  // output -> input
+    for (const auto& file : files) {
+      if (Interrupted()) break;
+      scan.Advance(1, file.relative);
+      if (file.listError != AF_S_OK) {
+        report(scan, FileError(file.path, file.listReason, file.listError).what());
+        continue;
+      }
+      try {
+        if (file.fromDirectory && !ProbeFile(*module, file.path)) {
+          ++skipped;
+          continue;
+        }
+      } catch (const CliError& e) {
+        report(scan, e.what());
+        continue;
+      }
+      BatchJob job;
+      job.input = file;
+      job.output = opts.outDir + (opts.outDir.back() == '/' ? "" : "/") + WithExtension(file.relative, extension);
+      if (auto [it, added] = owners.emplace(job.output, file.path); !added) job.clash = it->second;
+      jobs.push_back(std::move(job));
     }
-    committed_ = true;
   }
+  ExitIfInterrupted();
 
- private:
-  std::string target_;
-  std::string path_;
-  int fd_ = -1;
-  bool committed_ = false;
-};
+  unsigned workers = opts.jobs != 0 ? opts.jobs : std::max(1u, std::thread::hardware_concurrency());
+  if (workers > jobs.size()) workers = std::max<unsigned>(1, static_cast<unsigned>(jobs.size()));
+  Progress progress(options.quiet, jobs.size(), "files");
+  std::atomic<size_t> next{0};
+  std::mutex folderMutex;
+  auto work = [&] {
+    for (;;) {
+      const size_t index = next.fetch_add(1);
+      if (index >= jobs.size() || Interrupted()) return;
+      const BatchJob& job = jobs[index];
+      try {
+        if (!job.clash.empty()) {
+          throw CliError(job.input.path + ": its output " + job.output + " is also the output of " + job.clash);
+        }
+        {
+          std::lock_guard<std::mutex> lock(folderMutex);
+          const size_t slash = job.output.find_last_of('/');
+          if (slash != std::string::npos) MakeDirectories(job.output.substr(0, slash));
+        }
+        DecodeFile(*module, job.input.path, job.output, settings, nullptr);
+        ++decoded;
+      } catch (const Interruption&) {
+        return;
+      } catch (const CliError& e) {
+        report(progress, e.what());
+      } catch (const std::exception& e) {
+        report(progress, job.input.path + ": " + e.what());
+      }
+      progress.Advance(1, job.input.relative);
+    }
+  };
+  std::vector<std::thread> threads;
+  for (unsigned i = 1; i < workers; ++i) threads.emplace_back(work);
+  work();
+  for (auto& t : threads) t.join();
+  progress.Clear();
+  ExitIfInterrupted();
+  if (!options.quiet) {
+    std::string line = "decoded " + std::to_string(decoded.load()) + " files to " + opts.outDir;
+    if (failed != 0) line += ", " + std::to_string(failed.load()) + " failed";
+    if (skipped != 0) line += ", " + std::to_string(skipped.load()) + " skipped (not MPEG audio)";
+    std::fprintf(stderr, "%s\n", line.c_str());
+  }
+  return failed != 0 ? kExitFileFailed : kExitOk;
+}
 
 int RunDecode(const GlobalOptions& options, const DecodeOptions& opts) {
-  const bool raw = opts.format == "raw";
-  const bool toStdout = opts.out == "-";
-  if (toStdout && !raw) throw CliError("WAV output needs a file name; use --format raw to write to standard output");
-  LoadedModule module(FindModule(options.plugin));
-  const uint32_t flags = opts.noDeemphasis ? OPEN_FLAG_NO_DEEMPHASIS : 0;
-  DecoderSession session(module, opts.file, flags, opts.useFloat ? 64 : 16);
-  Class_KXAudioFile* audio = session.Audio();
-  PCMWAVEFORMAT format{};
-  KxResult rc = audio->GetPCMWaveFormat(&format);
-  if (rc != AF_S_OK) throw CliError("the decoder refused its PCM format: " + ResultText(rc));
-
-  std::unique_ptr<TempOutput> temp;
-  std::unique_ptr<Sink> sink;
-  if (toStdout) {
-    sink = std::make_unique<RawSink>(STDOUT_FILENO);
-  } else {
-    temp = std::make_unique<TempOutput>(opts.out);
-    if (raw) {
-      sink = std::make_unique<RawSink>(temp->Fd());
-    } else {
-      auto wav = std::make_unique<WavSink>(temp->Fd(), format);
-      if (!wav->Ok()) throw CliError("cannot write WAV " + opts.out + ": " + wav->Error());
-      sink = std::move(wav);
-    }
-  }
-
-  // Requests of a size that is no multiple of a frame, as a player's would be.
-  std::vector<uint8_t> buffer(65536 + 4);
-  uint64_t total = 0;
-  uint32_t concealed = 0;
-  for (;;) {
-    int32_t written = 0;
-    rc = audio->DecodeToPCMData(buffer.data(), static_cast<int32_t>(buffer.size()), &written);
-    if (written > 0) {
-      if (!sink->Write(buffer.data(), static_cast<size_t>(written))) {
-        throw CliError("cannot write " + opts.out + ": " + std::strerror(errno));
-      }
-      total += static_cast<uint64_t>(written);
-    }
-    if (rc == AF_S_END_OF_DATA) break;
-    if (rc == AF_S_FRAME_ERROR) {
-      ++concealed;
-    } else if (rc != AF_S_OK) {
-      throw CliError("decoding " + opts.file + " failed after " + std::to_string(total) + " bytes: " + ResultText(rc));
-    }
-  }
-  if (!sink->Close()) throw CliError("cannot finish " + opts.out + ": " + std::strerror(errno));
-  if (temp) temp->Commit();
-  const uint64_t frames = format.nBlockAlign != 0 ? total / format.nBlockAlign : 0;
-  std::fprintf(stderr, "%s: %llu sample frames, %u Hz, %u channels, %s%s\n", toStdout ? "(stdout)" : opts.out.c_str(),
-               static_cast<unsigned long long>(frames), format.nSamplesPerSec, format.nChannels,
-               format.wBitsPerSample == 64 ? "64-bit float" : "16-bit",
-               concealed != 0 ? (", " + std::to_string(concealed) + " calls with concealed frames").c_str() : "");
-  return 0;
+  DecodeSettings settings;
+  settings.useFloat = opts.useFloat;
+  settings.raw = opts.format == "raw";
+  settings.noDeemphasis = opts.noDeemphasis;
+  settings.start = TimeOption(opts.startGiven, opts.start, "--start");
+  settings.duration = TimeOption(opts.durationGiven, opts.duration, "--duration");
+  if (!opts.outDir.empty()) return RunBatch(options, opts, settings);
+  if (opts.out.empty()) throw CliError("say where to write: -o OUT for one file, or --out-dir DIR");
+  return RunSingle(options, opts, settings);
 }
 
 }  // namespace
 
 void AddDecodeCommand(CLI::App& app, const GlobalOptions& options, CommandResult& result) {
-  CLI::App* sub = app.add_subcommand("decode", "decode FILE to a WAV file (or raw samples)");
+  CLI::App* sub = app.add_subcommand("decode", "decode to WAV files (or raw samples)");
   static DecodeOptions opts;  // the parsed arguments, read by the callback
-  sub->add_option("FILE", opts.file, "audio file")->required();
-  sub->add_option("-o,--output", opts.out, "output file; - for standard output (with --format raw)")->required();
-  sub->add_option("--format", opts.format, "wav (default) or raw (s16le / f64le samples)")
+  sub->add_option("FILE", opts.inputs, "audio file; with --out-dir also several files or folders")->required();
+  sub->add_option("-o,--output", opts.out, "output file; - for standard output (with --format raw)");
+  sub->add_option("--out-dir", opts.outDir, "folder for the outputs of several files or folders (made if missing)");
+  sub->add_option("--format", opts.format, "wav (default) or raw (s16le, or f64le with --float)")
       ->check(CLI::IsMember({"wav", "raw"}));
   sub->add_flag("--float", opts.useFloat, "64-bit IEEE float samples instead of 16-bit integers");
+  sub->add_option("--start", opts.start, "start at TIME (seconds, or mm:ss.fff)");
+  sub->add_option("--duration", opts.duration, "decode TIME at most (seconds, or mm:ss.fff)");
   sub->add_flag("--no-deemphasis", opts.noDeemphasis, "never apply de-emphasis");
-  sub->callback([&options, &result] { result.exitCode = RunDecode(options, opts); });
+  sub->add_flag("-r,--recursive", opts.recursive, "with --out-dir: descend into subfolders, keeping their layout");
+  sub->add_option("-j,--jobs", opts.jobs, "files decoded at once with --out-dir (default: one per core)")
+      ->check(CLI::Range(1u, 256u));
+  sub->footer(
+      "The output is written under a temporary name and renamed when complete: a failed\n"
+      "or interrupted (Ctrl-C) run leaves nothing under the requested name. With\n"
+      "--out-dir, FOLDER/a/b.mp3 becomes DIR/a/b.wav; files the module does not take\n"
+      "are skipped; a file that fails is reported and the others go on (exit status 1).\n"
+      "\n"
+      "Examples:\n"
+      "  kxhost decode song.mp3 -o song.wav\n"
+      "  kxhost decode song.mp3 -o song.wav --float\n"
+      "  kxhost decode song.mp3 -o - --format raw | aplay -f S16_LE -r 44100 -c 2\n"
+      "  kxhost decode song.mp3 -o intro.wav --start 1:05.5 --duration 10\n"
+      "  kxhost decode -r ~/Music --out-dir /tmp/wav -j 4");
+  sub->callback([&options, &result, sub] {
+    opts.startGiven = sub->count("--start") > 0;
+    opts.durationGiven = sub->count("--duration") > 0;
+    result.exitCode = RunDecode(options, opts);
+  });
 }
 
 }  // namespace kxhost

@@ -39,8 +39,8 @@ void PrintIndented(const std::string& text) {
 }
 
 int RunDialog(const GlobalOptions& options, const std::string& file) {
-  LoadedModule module(FindModule(options.plugin));
-  DecoderSession session(module, file, OPEN_FLAG_INFO_ONLY, 16);
+  const auto module = PrepareModule(options);
+  DecoderSession session(*module, file, OPEN_FLAG_INFO_ONLY, 16);
   KxResult rc = session.Audio()->FileInfoDialog(nullptr);
   if (rc != AF_S_OK) throw CliError("the decoder could not open its dialog: " + ResultText(rc));
   // The dialog gives the focus to one of its controls; that control leads to it.
@@ -86,6 +86,13 @@ void AddDialogCommand(CLI::App& app, const GlobalOptions& options, CommandResult
   CLI::App* sub = app.add_subcommand("dialog", "open the file-information dialog of FILE, print it, close it with OK");
   static std::string file;  // the parsed argument, read by the callback
   sub->add_option("FILE", file, "audio file")->required();
+  sub->footer(
+      "Opens the module's own file-information dialog the way a player does (headless\n"
+      "here), prints its title and every control's text, then presses OK.\n"
+      "\n"
+      "Examples:\n"
+      "  kxhost dialog song.mp3\n"
+      "  kxhost dialog --codepage 932 japanese.mp3");
   sub->callback([&options, &result] { result.exitCode = RunDialog(options, file); });
 }
 

@@ -1,39 +1,31 @@
-// kxhost info FILE: opens FILE for information only and prints what the decoder
-// knows of it: format, rate, channels, bitrate, frames, duration, encoder, start
-// skip and removed samples, container, the merged tags and the ReplayGain values.
+// kxhost info [--json] [-r] FILE|DIR...: opens each file for information only and
+// prints everything the module knows of it: container, MPEG version and layer,
+// rate, channels and mode, bitrate and VBR, frames, duration, samples, encoder,
+// start skip and removed samples, emphasis, CRC and header bits, the merged tags and
+// the ReplayGain values. Text for people, or one JSON array for programs. A file
+// that cannot be opened is reported (one line on standard error, an "error" object
+// in JSON) and the others go on; the exit status then is 1.
 #include <cstdio>
-#include <cstring>
 #include <string>
 #include <vector>
 
 #include "commands.h"
-#include "decoder_session.h"
-#include "plugin/records.h"
+#include "file_list.h"
+#include "file_report.h"
+#include "info_json.h"
+#include "interrupt.h"
+#include "progress.h"
 #include "text.h"
 
 namespace kxhost {
 
 namespace {
 
-const char* ContainerName(uint32_t type) {
-  switch (type) {
-    case 1: return "RIFF WAVE (MP3)";
-    case 2: return "MP3";
-    case 3: return "RIFF MP3";
-    case 4: return "ID3 v2.x";
-    case 5: return "MP3 with APE tag";
-    default: return "Unknown";
-  }
-}
-
-const char* VersionName(uint32_t version) {
-  switch (version) {
-    case 1: return "MPEG-1";
-    case 2: return "MPEG-2";
-    case 3: return "MPEG-2.5";
-    default: return "unknown";
-  }
-}
+struct InfoOptions {
+  std::vector<std::string> inputs;
+  bool json = false;
+  bool recursive = false;
+};
 
 const char* EmphasisName(uint32_t emphasis) {
   switch (emphasis) {
@@ -44,63 +36,17 @@ const char* EmphasisName(uint32_t emphasis) {
   }
 }
 
-const char* const kFieldNames[7] = {"artist", "title", "album", "year", "track", "genre", "comment"};
+const char* YesNo(uint32_t value) { return value != 0 ? "yes" : "no"; }
 
-void PrintTags(Class_KXAudioFile* audio) {
-  uint32_t size = 0;
-  KxResult rc = audio->GetComment(FOURCC_ZMP3, nullptr, &size);
-  if (rc != AF_S_OK || size < sizeof(kxmp3::CommentRecordHeader)) {
-    std::printf("tags: none\n");
-    return;
-  }
-  std::vector<uint8_t> record(size);
-  rc = audio->GetComment(FOURCC_ZMP3, record.data(), &size);
-  if (rc != AF_S_OK) {
-    std::printf("tags: unreadable (%s)\n", ResultText(rc).c_str());
-    return;
-  }
-  kxmp3::CommentRecordHeader header;
-  std::memcpy(&header, record.data(), sizeof(header));
-  const size_t units = (size - sizeof(header)) / 2;
-  std::vector<char16_t> strings(units + 1, 0);
-  std::memcpy(strings.data(), record.data() + sizeof(header), units * 2);
-  std::printf("tags:\n");
-  for (int i = 0; i < 7; ++i) {
-    const int32_t offset = header.fields[i].offset;
-    const std::string text =
-        offset >= 0 && static_cast<size_t>(offset) < units ? ToUtf8(strings.data() + offset) : std::string();
-    std::printf("  %-8s %s\n", (std::string(kFieldNames[i]) + ":").c_str(), text.c_str());
-  }
-}
-
-void PrintReplayGain(Class_KXAudioFile* audio) {
-  kxmp3::ReplayGainRecord rg{};
-  uint32_t size = sizeof(rg);
-  if (audio->GetInfo(FOURCC_RPGI, &rg, &size) != AF_S_OK || rg.flags == 0) {
-    std::printf("replaygain: none\n");
-    return;
-  }
-  std::printf("replaygain:\n");
-  if (rg.flags & kxmp3::RG_FLAG_TRACK_GAIN) std::printf("  track gain: %+.2f dB\n", rg.trackGain);
-  if (rg.flags & kxmp3::RG_FLAG_TRACK_PEAK) std::printf("  track peak: %.6f\n", rg.trackPeak);
-  if (rg.flags & kxmp3::RG_FLAG_ALBUM_GAIN) std::printf("  album gain: %+.2f dB\n", rg.albumGain);
-  if (rg.flags & kxmp3::RG_FLAG_ALBUM_PEAK) std::printf("  album peak: %.6f\n", rg.albumPeak);
-}
-
-int RunInfo(const GlobalOptions& options, const std::string& file) {
-  LoadedModule module(FindModule(options.plugin));
-  DecoderSession session(module, file, OPEN_FLAG_INFO_ONLY, 16);
-  Class_KXAudioFile* audio = session.Audio();
-  kxmp3::MP3Info info{};
-  uint32_t size = sizeof(info);
-  const KxResult rc = audio->GetInfo(FOURCC_ZMP3, &info, &size);
-  if (rc != AF_S_OK) throw CliError("the decoder refused its information record: " + ResultText(rc));
+void PrintText(const FileReport& report) {
+  const kxmp3::MP3Info& info = report.info;
   const AudioFileInfo& g = info.generic;
   const uint64_t ms = g.playTimeMs;
-  std::printf("file: %s\n", file.c_str());
-  std::printf("format: %s\n", ToUtf8(g.description).c_str());
-  std::printf("version: %s Layer %u\n", VersionName(info.mpegVersion), info.layer);
+  const std::string description = ToUtf8(g.description);
+  std::printf("file: %s\n", report.file.c_str());
   std::printf("container: %s\n", ContainerName(info.containerType));
+  std::printf("format: %s\n", description.c_str());
+  std::printf("version: MPEG-%s Layer %u\n", MpegVersionText(info.mpegVersion), info.layer);
   std::printf("sample rate: %u Hz\n", g.sampleRate);
   std::printf("channels: %u (%s)\n", g.channels, ToUtf8(g.channelModeName).c_str());
   std::printf("bitrate: %u kbps (%s)\n", g.bitrateKbps, (g.formatFlags & AFI_FLAG_VBR) ? "VBR" : "CBR");
@@ -112,34 +58,105 @@ int RunInfo(const GlobalOptions& options, const std::string& file) {
   std::printf("duration: %llu:%02llu.%03llu (%llu ms)\n", static_cast<unsigned long long>(ms / 60000),
               static_cast<unsigned long long>(ms / 1000 % 60), static_cast<unsigned long long>(ms % 1000),
               static_cast<unsigned long long>(ms));
+  std::printf("samples: %llu per channel\n", static_cast<unsigned long long>(TotalSamples(info)));
   std::printf("audio data: %llu bytes\n", static_cast<unsigned long long>(g.dataLength));
-  std::printf("pcm bytes: %llu (16-bit)\n", static_cast<unsigned long long>(g.totalPcmBytes));
-  // An identified encoder leads the description: "NAME (Compatible with ...)".
-  std::string encoder = "not identified";
-  if ((info.headerFlags & kxmp3::MP3_HEADER_FLAG_ENCODER_IDENTIFIED) != 0) {
-    encoder = ToUtf8(g.description);
-    const size_t cut = encoder.find(" (Compatible with");
-    if (cut != std::string::npos) encoder.resize(cut);
-  }
-  std::printf("encoder: %s\n", encoder.c_str());
+  const auto encoder = EncoderFromDescription(description);
+  std::printf("encoder: %s\n", encoder ? encoder->c_str() : "not identified");
   std::printf("start skip: %u samples\n", info.encoderDelay);
-  std::printf("delay + padding: %u samples\n", info.samplesRemoved);
-  std::printf("vbr header frame: %s\n", info.vbrHeaderFrame ? "yes" : "no");
+  std::printf("removed: %u samples (encoder delay and padding)\n", info.samplesRemoved);
   std::printf("emphasis: %s\n", EmphasisName(info.emphasis));
-  std::printf("crc: %s, private: %s, copyright: %s, original: %s\n", info.errorProtection ? "yes" : "no",
-              info.privateBit ? "yes" : "no", info.copyrightBit ? "yes" : "no", info.originalBit ? "yes" : "no");
-  PrintTags(audio);
-  PrintReplayGain(audio);
-  return 0;
+  std::printf("crc: %s, private: %s, copyright: %s, original: %s\n", YesNo(info.errorProtection),
+              YesNo(info.privateBit), YesNo(info.copyrightBit), YesNo(info.originalBit));
+  if (report.tags) {
+    std::printf("tags:\n");
+    for (int i = 0; i < 7; ++i) {
+      const std::string label = std::string(kTagFieldNames[i]) + ":";
+      std::printf("  %-8s %s\n", label.c_str(), (*report.tags)[i].c_str());
+    }
+  } else {
+    std::printf("tags: none\n");
+  }
+  const kxmp3::ReplayGainRecord& rg = report.replayGain;
+  if (rg.flags == 0) {
+    std::printf("replaygain: none\n");
+  } else {
+    std::printf("replaygain:\n");
+    if (rg.flags & kxmp3::RG_FLAG_TRACK_GAIN) std::printf("  track gain: %+.2f dB\n", double{rg.trackGain});
+    if (rg.flags & kxmp3::RG_FLAG_TRACK_PEAK) std::printf("  track peak: %.6f\n", double{rg.trackPeak});
+    if (rg.flags & kxmp3::RG_FLAG_ALBUM_GAIN) std::printf("  album gain: %+.2f dB\n", double{rg.albumGain});
+    if (rg.flags & kxmp3::RG_FLAG_ALBUM_PEAK) std::printf("  album peak: %.6f\n", double{rg.albumPeak});
+  }
+}
+
+int RunInfo(const GlobalOptions& options, const InfoOptions& opts) {
+  const auto module = PrepareModule(options);
+  const std::vector<InputFile> files = ExpandInputs(opts.inputs, opts.recursive);
+  Progress progress(options.quiet || files.size() < 2, files.size(), "files");
+  nlohmann::ordered_json array = nlohmann::ordered_json::array();
+  int failures = 0;
+  bool first = true;
+  for (const auto& input : files) {
+    if (Interrupted()) break;
+    FileReport report;
+    if (input.listError != AF_S_OK) {
+      report.file = input.path;
+      report.failed = true;
+      report.errorCode = input.listError;
+      report.errorReason = input.listReason;
+    } else {
+      report = ReadFileReport(*module, input.path);
+    }
+    if (report.failed) {
+      ++failures;
+      progress.Message("kxhost: " + report.file + ": " + report.errorReason + " (" + ResultText(report.errorCode) +
+                       ")");
+    }
+    if (opts.json) {
+      array.push_back(ReportToJson(report));
+    } else if (!report.failed) {
+      progress.Clear();
+      if (!first) std::printf("\n");
+      first = false;
+      PrintText(report);
+      std::fflush(stdout);
+    }
+    progress.Advance(1, input.relative);
+  }
+  progress.Clear();
+  ExitIfInterrupted();
+  if (opts.json) std::fputs(ReportsToJsonText(array).c_str(), stdout);
+  if (files.empty() && !options.quiet) std::fprintf(stderr, "kxhost: no files found\n");
+  return failures != 0 ? kExitFileFailed : kExitOk;
 }
 
 }  // namespace
 
 void AddInfoCommand(CLI::App& app, const GlobalOptions& options, CommandResult& result) {
-  CLI::App* sub = app.add_subcommand("info", "print what the decoder knows of FILE");
-  static std::string file;  // the parsed argument, read by the callback
-  sub->add_option("FILE", file, "audio file")->required();
-  sub->callback([&options, &result] { result.exitCode = RunInfo(options, file); });
+  CLI::App* sub = app.add_subcommand("info", "print everything the module knows of each file");
+  static InfoOptions opts;  // the parsed arguments, read by the callback
+  sub->add_option("FILE", opts.inputs, "audio files, or folders whose files are all reported")->required();
+  sub->add_flag("--json", opts.json, "print one JSON array with an object per file");
+  sub->add_flag("-r,--recursive", opts.recursive, "descend into the subfolders of a folder");
+  sub->footer(
+      "Text output: one block per file. \"start skip\" is the number of samples the\n"
+      "decoder drops at the start (encoder delay, the decoder's own delay and a\n"
+      "header-only first frame); \"removed\" is the encoder delay plus padding taken\n"
+      "off the length. A file that cannot be opened is reported on standard error and\n"
+      "the others go on; the exit status is then 1.\n"
+      "\n"
+      "JSON keys: file, container (riff-wave, mp3, riff-rmp3, id3v2, ape), container_type\n"
+      "(1-5), mpeg_version (\"1\", \"2\", \"2.5\"), layer, sample_rate, channels, channel_mode,\n"
+      "bitrate_kbps, vbr, frames, duration_ms, total_samples (per channel), encoder (or\n"
+      "null), description, delay (= start skip), removed_samples, emphasis (0-3), tags\n"
+      "(only when the file has a tag), replaygain (numbers or null); a file that cannot\n"
+      "be opened gives {file, error: {name, code, reason}}.\n"
+      "\n"
+      "Examples:\n"
+      "  kxhost info song.mp3\n"
+      "  kxhost info --json album/*.mp3 > album.json\n"
+      "  kxhost info -r --json ~/Music | jq '.[] | select(.error)'\n"
+      "  kxhost info --codepage 932 japanese.mp3");
+  sub->callback([&options, &result] { result.exitCode = RunInfo(options, opts); });
 }
 
 }  // namespace kxhost

@@ -11,10 +11,10 @@ namespace kxhost {
 namespace {
 
 int RunPlugins(const GlobalOptions& options) {
-  LoadedModule module(FindModule(options.plugin));
-  const PluginInfo& info = module.Info();
-  const FormatInfo& format = module.Format();
-  std::printf("module: %s\n", module.Path().c_str());
+  const auto module = PrepareModule(options);
+  const PluginInfo& info = module->Info();
+  const FormatInfo& format = module->Format();
+  std::printf("module: %s\n", module->Path().c_str());
   std::printf("interface version: 0x%04X\n", info.interfaceVersion);
   std::printf("library: %s\n", ToUtf8(info.libraryName).c_str());
   std::printf("maker: %s\n", ToUtf8(info.makerName).c_str());
@@ -42,6 +42,13 @@ int RunPlugins(const GlobalOptions& options) {
 
 void AddPluginsCommand(CLI::App& app, const GlobalOptions& options, CommandResult& result) {
   CLI::App* sub = app.add_subcommand("plugins", "load the module and print its information records");
+  sub->footer(
+      "The module is --plugin PATH, else $KX_PLUGIN_PATH, else KXMP3Lib.zss found beside\n"
+      "kxhost, in ../lib/kxmp3/plugins or in ../plugins.\n"
+      "\n"
+      "Examples:\n"
+      "  kxhost plugins\n"
+      "  kxhost plugins --plugin build/release/plugins/KXMP3Lib.zss");
   sub->callback([&options, &result] { result.exitCode = RunPlugins(options); });
 }
 

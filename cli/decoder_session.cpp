@@ -1,17 +1,23 @@
 // A decoder opened on a file (see decoder_session.h).
 #include "decoder_session.h"
 
-#include <cstdio>
-
 #include "file_stream.h"
 
 namespace kxhost {
 
-std::string ResultText(KxResult code) {
-  char hex[16];
-  std::snprintf(hex, sizeof(hex), "0x%X", code);
-  const char* name = KxResultName(code);
-  return name != nullptr ? std::string(hex) + " (" + name + ")" : std::string(hex);
+bool ProbeFile(const LoadedModule& module, const std::string& file, uint32_t* fourcc) {
+  const FormatInfo& format = module.Format();
+  if (format.probe == nullptr) throw CliError("the module has no probe callback: " + module.Path());
+  StreamRef stream(OpenFileStream(file));
+  for (uint32_t i = 0; i < format.formatCount; ++i) {
+    const uint32_t code = format.formatCodes[i];
+    stream.Get()->Seek(0, ZS_SEEK_SET);
+    if (format.probe(stream.Get(), code) == AF_S_OK) {
+      if (fourcc != nullptr) *fourcc = code;
+      return true;
+    }
+  }
+  return false;
 }
 
 DecoderSession::DecoderSession(const LoadedModule& module, const std::string& file, uint32_t flags,
@@ -44,7 +50,7 @@ DecoderSession::DecoderSession(const LoadedModule& module, const std::string& fi
     object_->Release();
     audio_ = nullptr;
     object_ = nullptr;
-    throw CliError("cannot open " + file + ": " + ResultText(rc));
+    throw FileError(file, ResultReason(rc), rc);
   }
 }
 

@@ -11,13 +11,17 @@
 
 namespace kxhost {
 
-// "0x3109 (AF_E_BAD_FORMAT)" for a result code.
-std::string ResultText(KxResult code);
+// Whether the module's probe callback takes `file` for its first format (or any of
+// its formats, when `fourcc` is given, the code that took it). Throws FileError when
+// the file cannot be opened.
+bool ProbeFile(const LoadedModule& module, const std::string& file, uint32_t* fourcc = nullptr);
 
 class DecoderSession {
  public:
   // Creates a decoder for the module's first format and opens `file` with `flags`
-  // (OPEN_FLAG_*; the stream flag is added) and `requestedBits`. Throws CliError.
+  // (OPEN_FLAG_*; the stream flag is added) and `requestedBits`. Throws FileError
+  // when the file cannot be opened or the decoder refuses it, CliError when the
+  // module cannot make a decoder at all.
   DecoderSession(const LoadedModule& module, const std::string& file, uint32_t flags, uint32_t requestedBits);
   ~DecoderSession();
   DecoderSession(const DecoderSession&) = delete;

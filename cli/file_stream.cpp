@@ -3,24 +3,17 @@
 
 #include <sys/stat.h>
 
-#include <cstdio>
-
+#include "cli_error.h"
 #include "host/kxcore.h"
-#include "module_loader.h"
 #include "text.h"
 
 namespace kxhost {
 
 Class_ZStream* OpenFileStream(const std::string& path) {
-  struct stat st {};
-  if (stat(path.c_str(), &st) != 0) throw CliError("file not found: " + path);
-  if (!S_ISREG(st.st_mode)) throw CliError("not a regular file: " + path);
   void* object = nullptr;
   KxResult rc = ZCoreCreateObject(FOURCC_ZSNF, FOURCC_ZSTM, &object);
   if (rc != AF_S_OK || object == nullptr) {
-    char hex[16];
-    std::snprintf(hex, sizeof(hex), "0x%X", rc);
-    throw CliError(std::string("the core library could not make a file stream: ") + hex);
+    throw CliError("the core library could not make a file stream (" + ResultText(rc) + ")");
   }
   StreamRef stream(static_cast<Class_ZStream*>(object));
   const std::u16string wide = ToUtf16(path);
@@ -31,9 +24,13 @@ Class_ZStream* OpenFileStream(const std::string& path) {
   record.source = wide.c_str();
   rc = stream.Get()->Create(&record);
   if (rc != AF_S_OK) {
-    char hex[16];
-    std::snprintf(hex, sizeof(hex), "0x%X", rc);
-    throw CliError("cannot open " + path + ": stream error " + hex);
+    // The stream says "not found" for anything that is not a regular file too.
+    struct stat st {};
+    const bool exists = stat(path.c_str(), &st) == 0;
+    std::string reason = ResultReason(rc);
+    if (rc == ZS_E_NOT_FOUND && exists && S_ISDIR(st.st_mode)) reason = "a directory, not a file";
+    else if (rc == ZS_E_NOT_FOUND && exists && !S_ISREG(st.st_mode)) reason = "not a regular file";
+    throw FileError(path, reason, rc);
   }
   return stream.Release();
 }

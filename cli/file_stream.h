@@ -32,7 +32,8 @@ class StreamRef {
   Class_ZStream* stream_ = nullptr;
 };
 
-// Opens `path` for reading; throws CliError ("file not found", or the stream's code).
+// Opens `path` for reading; throws FileError with the stream's code (file not found,
+// permission denied, a directory).
 Class_ZStream* OpenFileStream(const std::string& path);
 
 }  // namespace kxhost

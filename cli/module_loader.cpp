@@ -34,13 +34,6 @@ std::string ExecutableDir() {
   return slash == std::string::npos ? "." : path.substr(0, slash);
 }
 
-std::string CodeText(KxResult rc) {
-  const char* name = KxResultName(rc);
-  char hex[16];
-  std::snprintf(hex, sizeof(hex), "0x%X", rc);
-  return name != nullptr ? std::string(name) + " (" + hex + ")" : std::string(hex);
-}
-
 }  // namespace
 
 std::string FindModule(const std::string& explicitPath) {
@@ -85,13 +78,13 @@ LoadedModule::LoadedModule(const std::string& path) : path_(path) {
   if (rc != AF_S_OK || info_.getFormatInfo == nullptr) {
     dlclose(handle_);
     handle_ = nullptr;
-    throw CliError("the module refused its plug-in information: " + CodeText(rc) + " in " + path);
+    throw CliError("the module refused its plug-in information: " + ResultText(rc) + " in " + path);
   }
   rc = info_.getFormatInfo(&format_);
   if (rc != AF_S_OK) {
     dlclose(handle_);
     handle_ = nullptr;
-    throw CliError("the module refused its format record: " + CodeText(rc) + " in " + path);
+    throw CliError("the module refused its format record: " + ResultText(rc) + " in " + path);
   }
 }
 

@@ -2,23 +2,12 @@
 // records every module hands out (plug-in information and format record).
 #pragma once
 
-#include <stdexcept>
 #include <string>
 
+#include "cli_error.h"
 #include "host/zss_plugin.h"
 
 namespace kxhost {
-
-// A failure a user can act on; main prints its message as one line and exits non-zero.
-class CliError : public std::runtime_error {
- public:
-  explicit CliError(const std::string& message, int exitCode = 2)
-      : std::runtime_error(message), exitCode_(exitCode) {}
-  int ExitCode() const { return exitCode_; }
-
- private:
-  int exitCode_;
-};
 
 // File name of this project's module.
 constexpr const char* kModuleFileName = "KXMP3Lib.zss";

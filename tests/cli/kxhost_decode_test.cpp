@@ -217,7 +217,9 @@ TEST(KxhostDecode, FailureLeavesNoOutput) {
   const std::string out = dir / "never.wav";
   const auto r = RunProcess(kHost, {"--plugin", kModule, "decode", junk, "-o", out});
   EXPECT_NE(r.exitCode, 0);
-  EXPECT_NE(r.err.find("cannot open " + junk), std::string::npos) << r.err;
+  EXPECT_EQ(r.exitCode, 1);
+  EXPECT_NE(r.err.find("kxhost: " + junk + ": "), std::string::npos) << r.err;
+  EXPECT_NE(r.err.find("(AF_E_"), std::string::npos) << r.err;
   EXPECT_FALSE(Exists(out));
   EXPECT_EQ(dir.Files(), std::vector<std::string>{"junk.mp3"});
 }

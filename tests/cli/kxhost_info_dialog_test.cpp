@@ -53,15 +53,18 @@ TEST(KxhostInfo, VbrAndCountedStreams) {
   EXPECT_TRUE(Has(counted.out, "(counted)\n")) << counted.out;
   EXPECT_TRUE(Has(counted.out, "encoder: not identified\n"));
   EXPECT_TRUE(Has(counted.out, "start skip: 0 samples\n"));
+  EXPECT_TRUE(Has(counted.out, "removed: 0 samples (encoder delay and padding)\n"));
 }
 
 TEST(KxhostInfo, FileTheModuleRefuses) {
   const auto r = RunProcess(kHost, {"info", "/etc/hostname", "--plugin", kModule});
   EXPECT_NE(r.exitCode, 0);
-  EXPECT_TRUE(Has(r.err, "cannot open /etc/hostname: 0x")) << r.err;
+  EXPECT_EQ(r.exitCode, 1);
+  EXPECT_EQ(r.err, "kxhost: /etc/hostname: no confirmed MPEG audio frame start (AF_E_BAD_FORMAT, 0x3109)\n");
+  EXPECT_TRUE(r.out.empty()) << r.out;
   const auto missing = RunProcess(kHost, {"info", "/nonexistent.mp3", "--plugin", kModule});
-  EXPECT_NE(missing.exitCode, 0);
-  EXPECT_TRUE(Has(missing.err, "file not found: /nonexistent.mp3")) << missing.err;
+  EXPECT_EQ(missing.exitCode, 1);
+  EXPECT_EQ(missing.err, "kxhost: /nonexistent.mp3: file not found (ZS_E_NOT_FOUND, 0x2102)\n");
 }
 
 TEST(KxhostDialog, PrintsEverythingAndClosesWithOk) {
