@@ -15,6 +15,7 @@
 #include <map>
 #include <mutex>
 #include <optional>
+#include <set>
 #include <string>
 #include <thread>
 #include <vector>
@@ -132,6 +133,12 @@ int RunBatch(const GlobalOptions& options, const DecodeOptions& opts, const Deco
   // First the files to decode: a folder's other files (covers, playlists) are not
   // ours and are skipped quietly; a file named on the command line is always tried.
   std::vector<BatchJob> jobs;
+  // Every input, so that no output replaces one (a folder decoded into itself).
+  std::set<std::pair<dev_t, ino_t>> inputIds;
+  for (const auto& file : files) {
+    struct stat st {};
+    if (stat(file.path.c_str(), &st) == 0) inputIds.emplace(st.st_dev, st.st_ino);
+  }
   {
     Progress scan(options.quiet || files.size() < 50, files.size(), "files scanned");
     std::map<std::string, std::string> owners;  // output -> input
@@ -155,6 +162,11 @@ int RunBatch(const GlobalOptions& options, const DecodeOptions& opts, const Deco
       job.input = file;
       job.output = opts.outDir + (opts.outDir.back() == '/' ? "" : "/") + WithExtension(file.relative, extension);
       if (auto [it, added] = owners.emplace(job.output, file.path); !added) job.clash = it->second;
+      struct stat st {};
+      if (stat(job.output.c_str(), &st) == 0 && inputIds.count({st.st_dev, st.st_ino}) != 0) {
+        report(scan, file.path + ": its output " + job.output + " would replace an input file");
+        continue;
+      }
       jobs.push_back(std::move(job));
     }
   }
