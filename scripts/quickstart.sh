@@ -1,10 +1,14 @@
 #!/usr/bin/env bash
-# Installs what is missing, builds the Release tree and runs kxhost on the bundled sample.
+# Quick start: installs what is missing, builds kxhost and the module (Release), then
+# decodes the bundled sample to a WAV file and prints everything the module knows
+# of it.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/install_deps.sh
-scripts/build.sh release
-sample=tests/data/sample.mp3
+scripts/build.sh release kxhost KXMP3Lib
 host=build/release/bin/kxhost
-"$host" plugins
-"$host" probe "$sample"
+sample=tests/data/sample.mp3
+"$host" decode "$sample" -o build/sample.wav
+"$host" info "$sample"
+echo
+echo "Play it: aplay build/sample.wav   More: $host --help, man cli/kxhost.1"
