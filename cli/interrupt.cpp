@@ -28,8 +28,12 @@ void InstallInterruptHandlers() {
   action.sa_handler = OnSignal;
   sigemptyset(&action.sa_mask);
   action.sa_flags = SA_RESTART;  // reads and writes in progress go on; the loops check the flag
-  sigaction(SIGINT, &action, nullptr);
-  sigaction(SIGTERM, &action, nullptr);
+  for (int number : {SIGINT, SIGTERM}) {
+    // A signal the caller ignores stays ignored (a background job of a script).
+    struct sigaction previous {};
+    if (sigaction(number, nullptr, &previous) == 0 && previous.sa_handler == SIG_IGN) continue;
+    sigaction(number, &action, nullptr);
+  }
 }
 
 bool Interrupted() { return g_signal.load(std::memory_order_relaxed) != 0; }

@@ -60,6 +60,7 @@ class WavSink : public SampleSink {
     pending_.insert(pending_.end(), bytes, bytes + count);
     const size_t whole = pending_.size() / blockAlign_ * blockAlign_;
     if (whole == 0) return true;
+    errno = 0;  // a failed write leaves the system's reason here, if it has one
     bool ok;
     if (isDouble_) {
       samplesDouble_.resize(whole / 8);

@@ -155,15 +155,28 @@ pid_t Spawn(const std::vector<std::string>& args, int stderrFd) {
   posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
   if (stderrFd >= 0) posix_spawn_file_actions_adddup2(&actions, stderrFd, 2);
   else posix_spawn_file_actions_addopen(&actions, 2, "/dev/null", O_WRONLY, 0);
+  // SIGINT and SIGTERM with their default actions, whatever this process inherited.
+  posix_spawnattr_t attributes;
+  posix_spawnattr_init(&attributes);
+  sigset_t defaults;
+  sigemptyset(&defaults);
+  sigaddset(&defaults, SIGINT);
+  sigaddset(&defaults, SIGTERM);
+  posix_spawnattr_setsigdefault(&attributes, &defaults);
+  sigset_t none;
+  sigemptyset(&none);
+  posix_spawnattr_setsigmask(&attributes, &none);
+  posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK);
   pid_t pid = -1;
-  const int rc = posix_spawn(&pid, kHost.c_str(), &actions, nullptr, argv.data(), environ);
+  const int rc = posix_spawn(&pid, kHost.c_str(), &actions, &attributes, argv.data(), environ);
   posix_spawn_file_actions_destroy(&actions);
+  posix_spawnattr_destroy(&attributes);
   return rc == 0 ? pid : -1;
 }
 
 TEST(KxhostInterrupt, CtrlCInTheMiddleOfAFileLeavesNoOutput) {
   kxtest::ScratchDir dir;
-  const std::string input = MakeLongFile(dir / "long.mp3", 400);  // about 220 s of audio
+  const std::string input = MakeLongFile(dir / "long.mp3", 1500);  // about 14 minutes of audio
   for (const char* format : {"wav", "raw"}) {
     SCOPED_TRACE(format);
     const std::string out = dir / "out.wav";
@@ -194,7 +207,7 @@ TEST(KxhostInterrupt, CtrlCInTheMiddleOfAFileLeavesNoOutput) {
 
 TEST(KxhostInterrupt, CtrlCKeepsAnOlderFileUnderTheRequestedName) {
   kxtest::ScratchDir dir;
-  const std::string input = MakeLongFile(dir / "long.mp3", 400);
+  const std::string input = MakeLongFile(dir / "long.mp3", 1500);
   const std::string out = dir / "out.wav";
   kxtest::WriteFileBytes(out, {'o', 'l', 'd'});
   const pid_t pid = Spawn({"--plugin", kModule, "decode", input, "-o", out}, -1);

@@ -201,4 +201,13 @@ TEST(KxhostDecodeOptions, OutputChoicesMustFitTogether) {
   EXPECT_TRUE(kxtest::ListNames(dir.Path()).empty());
 }
 
+TEST(KxhostDecodeOptions, AnOutputThatCannotBeWrittenIsAClearError) {
+  kxtest::ScratchDir dir;
+  const std::string out = dir / "no/such/folder/x.wav";
+  const auto r = RunProcess(kHost, {"--plugin", kModule, "decode", kMp3 + "id3v1.mp3", "-o", out});
+  EXPECT_EQ(r.exitCode, 2);
+  EXPECT_EQ(r.err, "kxhost: cannot write " + out + ": No such file or directory\n");
+  EXPECT_TRUE(kxtest::ListNames(dir.Path()).empty());
+}
+
 }  // namespace
