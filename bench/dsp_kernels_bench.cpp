@@ -1,5 +1,5 @@
 // Timing of the engine's kernels: each SSE2 kernel beside its scalar reference and,
-// where the processor runs it, the AVX2 table's version, on random input of typical
+// where the processor runs them, the AVX2 and AVX-512 tables' versions, on random input of typical
 // magnitude. Run: bench --benchmark_filter=Dsp
 #include <benchmark/benchmark.h>
 
@@ -38,10 +38,11 @@ Work& Prepared() {
   return *w;
 }
 
-// Argument 0: scalar, 1: SSE2, 2: AVX2 (each falling back to the next narrower table
+// Argument 0: scalar, 1: SSE2, 2: AVX2, 3: AVX-512 (each falling back to the next narrower table
 // the build or processor lacks; the label names the one timed).
 const DspKernels& Kernels(const benchmark::State& state) {
-  if (state.range(0) == 2 && kxmp3::Avx2Kernels() != nullptr) return *kxmp3::Avx2Kernels();
+  if (state.range(0) == 3 && kxmp3::Avx512Kernels() != nullptr) return *kxmp3::Avx512Kernels();
+  if (state.range(0) >= 2 && kxmp3::Avx2Kernels() != nullptr) return *kxmp3::Avx2Kernels();
   if (state.range(0) >= 1 && kxmp3::Sse2Kernels() != nullptr) return *kxmp3::Sse2Kernels();
   return kxmp3::ScalarKernels();
 }
@@ -172,12 +173,14 @@ void DspSynthesizeGranule(benchmark::State& state) {
   state.SetLabel(std::string(Kernels(state).name) + (bps == 2 ? ", 16-bit" : ", float"));
 }
 
-// Argument 0 = scalar, 1 = SSE2, 2 = AVX2.
+// Argument 0 = scalar, 1 = SSE2, 2 = AVX2, 3 = AVX-512.
 BENCHMARK(DspDct32)->Arg(0)->Arg(1);
 BENCHMARK(DspDct32FourSlots)->Arg(0)->Arg(1)->Arg(2);
-BENCHMARK(DspWindowInt16)->Arg(0)->Arg(1)->Arg(2);
-BENCHMARK(DspWindowFloat)->Arg(0)->Arg(1)->Arg(2);
-BENCHMARK(DspSynthesizeGranule)->Args({0, 2})->Args({1, 2})->Args({2, 2})->Args({0, 8})->Args({1, 8})->Args({2, 8});
+BENCHMARK(DspWindowInt16)->Arg(0)->Arg(1)->Arg(2)->Arg(3);
+BENCHMARK(DspWindowFloat)->Arg(0)->Arg(1)->Arg(2)->Arg(3);
+BENCHMARK(DspSynthesizeGranule)
+    ->Args({0, 2})->Args({1, 2})->Args({2, 2})->Args({3, 2})
+    ->Args({0, 8})->Args({1, 8})->Args({2, 8})->Args({3, 8});
 BENCHMARK(DspImdct36)->Arg(0)->Arg(1);
 BENCHMARK(DspImdct12)->Arg(0)->Arg(1);
 BENCHMARK(DspAliasReduce)->Arg(0)->Arg(1);

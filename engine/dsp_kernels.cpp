@@ -1,6 +1,6 @@
 // The function-pointer tables of the engine's kernels and the choice between them:
-// AVX2 when the build has those kernels and the processor (with its system) runs
-// them, else SSE2 when the build targets it, else the scalar references. Every table
+// AVX-512, then AVX2, when the build has those kernels and the processor (with its
+// system) runs them, else SSE2 when the build targets it, else the scalar references. Every table
 // gives bit-identical results, so the choice changes the speed, never the output.
 #include "dsp_kernels.h"
 
@@ -27,6 +27,24 @@ const DspKernels kAvx2 = {
 };
 #endif
 
+#if defined(KX_HAVE_AVX2_KERNELS) && defined(KX_HAVE_AVX512_KERNELS)
+const DspKernels kAvx512 = {
+    "avx512",        Dct32Sse2,       Dct32SlotsAvx2,  WindowInt16Avx512, WindowFloatAvx512,
+    Imdct36Sse2,     Imdct12Sse2,     AliasReduceSse2, MidSideSse2,       InterleaveFloatSse2,
+};
+#endif
+
+bool ProcessorRunsAvx512() {
+#if defined(KX_HAVE_AVX2_KERNELS) && defined(KX_HAVE_AVX512_KERNELS)
+  // Checks the processor's AVX-512F and AVX2 bits and that the system saves the
+  // 512-bit and mask registers.
+  __builtin_cpu_init();
+  return __builtin_cpu_supports("avx512f") != 0 && __builtin_cpu_supports("avx2") != 0;
+#else
+  return false;
+#endif
+}
+
 bool ProcessorRunsAvx2() {
 #if defined(KX_HAVE_AVX2_KERNELS)
   // Checks the processor's AVX2 bit and that the system saves the 256-bit registers.
@@ -38,6 +56,9 @@ bool ProcessorRunsAvx2() {
 }
 
 const DspKernels* Choose() {
+#if defined(KX_HAVE_AVX2_KERNELS) && defined(KX_HAVE_AVX512_KERNELS)
+  if (ProcessorRunsAvx512()) return &kAvx512;
+#endif
 #if defined(KX_HAVE_AVX2_KERNELS)
   if (ProcessorRunsAvx2()) return &kAvx2;
 #endif
@@ -76,6 +97,15 @@ const DspKernels* Avx2Kernels() {
 #if defined(KX_HAVE_AVX2_KERNELS)
   static const bool runs = ProcessorRunsAvx2();
   return runs ? &kAvx2 : nullptr;
+#else
+  return nullptr;
+#endif
+}
+
+const DspKernels* Avx512Kernels() {
+#if defined(KX_HAVE_AVX2_KERNELS) && defined(KX_HAVE_AVX512_KERNELS)
+  static const bool runs = ProcessorRunsAvx512();
+  return runs ? &kAvx512 : nullptr;
 #else
   return nullptr;
 #endif

@@ -16,7 +16,7 @@
 namespace kxmp3 {
 
 struct DspKernels {
-  const char* name;  // "scalar", "sse2" or "avx2"
+  const char* name;  // "scalar", "sse2", "avx2" or "avx512"
 
   // Synthesis matrixing: v[i] = sum over k of cos((16 + i)(2 k + 1) pi / 64) samples[k],
   // i = 0..63, by a fast 32-point DCT. samples (32) and v (64) aligned.
@@ -56,20 +56,21 @@ struct DspKernels {
 
 constexpr uint32_t kMaxDctSlotsPerCall = 8;
 
-// The table chosen for this processor: the widest it supports (AVX2 where the build
-// has those kernels and the processor and system support them), else SSE2 where the
-// build has it, else scalar. Chosen once, when the module is loaded.
+// The table chosen for this processor: the widest it supports (AVX-512, then AVX2,
+// where the build has those kernels and the processor and system support them), else
+// SSE2 where the build has it, else scalar. Chosen once, when the module is loaded.
 const DspKernels& Dsp();
 // Makes `kernels` the active table and returns the previous one. For tests that
 // observe what the kernels are given; never called while a decoder runs.
 const DspKernels& ReplaceDspKernelsForTesting(const DspKernels& kernels);
 // Every version, for the kernel tests and the benchmarks. Sse2Kernels() returns null
-// when the build has no SSE2, Avx2Kernels() when the build has no AVX2 kernels or
-// this processor cannot run them. The AVX2 table holds the SSE2 kernels where it has
-// no wider one of its own.
+// when the build has no SSE2, Avx2Kernels() and Avx512Kernels() when the build has
+// no such kernels or this processor cannot run them. A wider table holds the next
+// narrower table's kernels where it has none of its own.
 const DspKernels& ScalarKernels();
 const DspKernels* Sse2Kernels();
 const DspKernels* Avx2Kernels();
+const DspKernels* Avx512Kernels();
 
 // Constants of the two IMDCT kernels, built by a start-up initialiser (they are not
 // part of the load-time tables). All pairs are 16-byte aligned.
@@ -119,6 +120,11 @@ void InterleaveFloatSse2(double* dst, const double* planar);
 uint32_t Dct32SlotsAvx2(const double* hybrid, uint32_t first, double* rows);
 void WindowInt16Avx2(int16_t* out, const double* ring, const uint32_t* indexRow);
 void WindowFloatAvx2(double* out, const double* ring, const uint32_t* indexRow);
+
+// AVX-512 versions (the *_avx512.cpp files, compiled for AVX-512F without FMA; run
+// only where Avx512Kernels() is not null), bit-identical to their SSE2 counterparts.
+void WindowInt16Avx512(int16_t* out, const double* ring, const uint32_t* indexRow);
+void WindowFloatAvx512(double* out, const double* ring, const uint32_t* indexRow);
 
 // The 16-bit conversion of one window sum, as the processor's conversion does it:
 // round to nearest with ties to even, a value outside the 32-bit range (or NaN)

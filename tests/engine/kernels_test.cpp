@@ -38,7 +38,9 @@ void ExpectSameBits(const Doubles<N>& a, const Doubles<N>& b, const std::string&
 TEST(KernelChoice, ChosenOnceTheWidestThisProcessorRuns) {
   const DspKernels& first = Dsp();
   EXPECT_EQ(&first, &Dsp());
-  if (Avx2Kernels() != nullptr) {
+  if (Avx512Kernels() != nullptr) {
+    EXPECT_EQ(std::string("avx512"), first.name);
+  } else if (Avx2Kernels() != nullptr) {
     EXPECT_EQ(std::string("avx2"), first.name);
   } else if (Sse2Kernels() != nullptr) {
     EXPECT_EQ(std::string("sse2"), first.name);
