@@ -43,6 +43,12 @@ struct DspKernels {
   // lines[3 k + w]), windowed and overlapped at offsets 6, 12 and 18 of out[36]
   // (zeros elsewhere). All aligned.
   void (*imdct12)(const double* lines, double* out);
+  // Long-block IMDCT, windowing and overlap-add of two consecutive subbands in one
+  // call, or null in a table that does one subband at a time (imdct36, then the
+  // overlap-add). `subbands`: the two subbands' 36 lines in, their 36 time samples
+  // out; `overlap`: their 36 stored values, replaced by the new ones; `window` as for
+  // imdct36. Results bit-identical to imdct36 and the overlap-add of each subband.
+  void (*hybridLongPair)(double* subbands, double* overlap, const double* window);
 
   // Alias butterflies over `boundaries` consecutive subband boundaries; upper points
   // at subband sb, lower at subband sb + 1. Aligned, boundaries >= 1.
@@ -118,6 +124,7 @@ void InterleaveFloatSse2(double* dst, const double* planar);
 // only where Avx2Kernels() is not null). Each gives bit-identical results to its SSE2
 // counterpart.
 uint32_t Dct32SlotsAvx2(const double* hybrid, uint32_t first, double* rows);
+void HybridLongPairAvx2(double* subbands, double* overlap, const double* window);
 void WindowInt16Avx2(int16_t* out, const double* ring, const uint32_t* indexRow);
 void WindowFloatAvx2(double* out, const double* ring, const uint32_t* indexRow);
 

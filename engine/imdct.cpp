@@ -190,6 +190,21 @@ void ImdctGranule(double* spectrum, double* overlap, const GranuleInfo& gi) {
   // Mixed blocks transform their two long subbands with the normal window.
   const uint32_t lowBlockType = gi.mixed_block_flag ? 0 : gi.block_type;
   uint32_t sb = 0;
+  const DspKernels& k = Dsp();
+  if (k.hybridLongPair != nullptr) {
+    // Two subbands of the same long block type at a time: 0 and 1 share the low
+    // block type, every later pair the granule's.
+    for (; sb + 1 < active; sb += 2) {
+      const uint32_t type = sb < 2 ? lowBlockType : gi.block_type;
+      if (type == 2) {
+        HybridSubband(spectrum + sb * kLinesPerSubband, overlap + sb * kLinesPerSubband, type);
+        HybridSubband(spectrum + (sb + 1) * kLinesPerSubband, overlap + (sb + 1) * kLinesPerSubband, type);
+      } else {
+        k.hybridLongPair(spectrum + sb * kLinesPerSubband, overlap + sb * kLinesPerSubband,
+                         gTables.imdctWindow[type & 3]);
+      }
+    }
+  }
   for (; sb < active; ++sb) {
     HybridSubband(spectrum + sb * kLinesPerSubband, overlap + sb * kLinesPerSubband,
                   sb < 2 ? lowBlockType : gi.block_type);

@@ -3,6 +3,7 @@
 // it runs on. Skipped where the processor runs no wider table.
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cstring>
 #include <limits>
 #include <string>
@@ -10,6 +11,8 @@
 
 #include "dsp_test_util.h"
 #include "engine/dsp_kernels.h"
+#include "engine/engine_types.h"
+#include "engine/imdct.h"
 #include "engine/synthesis.h"
 #include "engine/tables.h"
 #include "engine_harness.h"
@@ -55,14 +58,17 @@ TEST(WideKernelChoice, TablesNamedAndComplete) {
     EXPECT_NE(k->windowFloat, nullptr);
     EXPECT_NE(k->imdct36, nullptr);
     EXPECT_NE(k->imdct12, nullptr);
+    EXPECT_NE(k->hybridLongPair, nullptr);
     EXPECT_NE(k->aliasReduce, nullptr);
     EXPECT_NE(k->midSide, nullptr);
     EXPECT_NE(k->interleaveFloat, nullptr);
   }
-  // The narrower tables matrix one slot at a time.
+  // The narrower tables matrix one slot and transform one subband at a time.
   EXPECT_EQ(ScalarKernels().dct32Slots, nullptr);
+  EXPECT_EQ(ScalarKernels().hybridLongPair, nullptr);
   if (Sse2Kernels() != nullptr) {
     EXPECT_EQ(Sse2Kernels()->dct32Slots, nullptr);
+    EXPECT_EQ(Sse2Kernels()->hybridLongPair, nullptr);
   }
 }
 
@@ -140,6 +146,55 @@ TEST_F(WideKernelsTest, Dct32SlotsEqualsDct32OfEachSlot) {
         }
         t += n;
       }
+    }
+  }
+}
+
+TEST_F(WideKernelsTest, HybridLongPairEqualsImdct36AndOverlapAddOfEachSubband) {
+  kxtest::Random rnd(24);
+  for (const DspKernels* k : wide_) {
+    for (int trial = 0; trial < 1500; ++trial) {
+      Doubles<36> lines, overlap;
+      rnd.Fill(lines.data(), 36, trial % 3 == 0 ? 1e5 : 1.0, true);
+      rnd.Fill(overlap.data(), 36, 1.0, true);
+      const int type = std::array<int, 3>{0, 1, 3}[trial % 3];
+      const double* window = gTables.imdctWindow[type];
+      // The reference: one subband at a time through the SSE2 kernel.
+      Doubles<36> expectLines = lines, expectOverlap = overlap;
+      for (int half = 0; half < 2; ++half) {
+        Doubles<18> in;
+        for (int i = 0; i < 18; ++i) in[i] = expectLines[18 * half + i];
+        Doubles<36> scratch;
+        sse2_->imdct36(in.data(), scratch.data(), window);
+        OverlapAdd(scratch.data(), expectLines.data() + 18 * half, expectOverlap.data() + 18 * half);
+      }
+      k->hybridLongPair(lines.data(), overlap.data(), window);
+      ExpectSameBits(expectLines, lines, std::string(k->name) + " samples trial " + std::to_string(trial));
+      ExpectSameBits(expectOverlap, overlap, std::string(k->name) + " overlap trial " + std::to_string(trial));
+    }
+  }
+}
+
+TEST_F(WideKernelsTest, ImdctGranulesEqualTheSse2Table) {
+  // Every block type, mixed blocks, odd and even numbers of active subbands.
+  kxtest::Random rnd(25);
+  for (const DspKernels* k : wide_) {
+    Doubles<576> overlapA{}, overlapB{};
+    for (int granule = 0; granule < 200; ++granule) {
+      GranuleInfo gi{};
+      gi.block_type = rnd.Below(4);
+      gi.mixed_block_flag = gi.block_type == 2 ? rnd.Below(2) : 0;
+      gi.active_subbands = rnd.Below(33);
+      Doubles<576> a;
+      rnd.Fill(a.data(), 576, 0.5, true);
+      Doubles<576> b = a;
+      const DspKernels& previous = ReplaceDspKernelsForTesting(*sse2_);
+      ImdctGranule(a.data(), overlapA.data(), gi);
+      ReplaceDspKernelsForTesting(*k);
+      ImdctGranule(b.data(), overlapB.data(), gi);
+      ReplaceDspKernelsForTesting(previous);
+      ExpectSameBits(a, b, std::string(k->name) + " samples, granule " + std::to_string(granule));
+      ExpectSameBits(overlapA, overlapB, std::string(k->name) + " overlap, granule " + std::to_string(granule));
     }
   }
 }
