@@ -71,21 +71,24 @@ void Progress::DrawLocked(bool force) {
   if (!force && drawn_ && now - lastDraw_ < std::chrono::milliseconds(100)) return;
   lastDraw_ = now;
   const int width = TerminalWidth();
-  std::string count;
-  if (total_ != 0) {
-    const uint64_t done = done_ < total_ ? done_ : total_;
-    const int percent = static_cast<int>(done * 100 / total_);
-    count = std::to_string(percent) + "%";
-    if (!unit_.empty()) count += " " + std::to_string(done_) + "/" + std::to_string(total_) + " " + unit_;
-  } else {
-    count = std::to_string(done_) + (unit_.empty() ? "" : " " + unit_);
-  }
+  // Built by appending only (g++ 12 at -O3 misjudges "literal" + string).
   const int barWidth = width >= 60 ? 30 : 10;
-  std::string line = "[";
-  const uint64_t filled = total_ != 0 ? (done_ < total_ ? done_ : total_) * barWidth / total_ : 0;
-  for (int i = 0; i < barWidth; ++i) line += static_cast<uint64_t>(i) < filled ? '#' : '-';
-  line += "] " + count;
-  if (!label_.empty()) line += "  " + label_;
+  const uint64_t done = done_ < total_ ? done_ : total_;
+  const uint64_t filled = total_ != 0 ? done * static_cast<uint64_t>(barWidth) / total_ : 0;
+  std::string line(1, '[');
+  for (int i = 0; i < barWidth; ++i) line.push_back(static_cast<uint64_t>(i) < filled ? '#' : '-');
+  line.append("] ");
+  if (total_ != 0) {
+    line.append(std::to_string(done * 100 / total_)).append("%");
+    if (!unit_.empty()) {
+      line.append(" ").append(std::to_string(done_)).append("/").append(std::to_string(total_));
+      line.append(" ").append(unit_);
+    }
+  } else {
+    line.append(std::to_string(done_));
+    if (!unit_.empty()) line.append(" ").append(unit_);
+  }
+  if (!label_.empty()) line.append("  ").append(label_);
   // Never wrap: a wrapped line could not be wiped with one carriage return.
   if (line.size() > static_cast<size_t>(width - 1)) line.resize(static_cast<size_t>(width - 1));
   std::fprintf(stderr, "\r%s\x1b[K", line.c_str());
