@@ -288,6 +288,15 @@ int32_t DecodeFrame(DecoderState& state, int intoCaller, void* output, int32_t* 
   KxResult status = ReadFrameStart(state, f, true, count);
   if (status != AF_S_OK && status != AF_S_FRAME_ERROR) return static_cast<int32_t>(status);
 
+  // The frame buffer and the caller's room hold one frame of the layout fixed at
+  // open. A frame of another MPEG version (two granules where one was expected,
+  // or one where two were) is refused: it would be written past the buffer, or
+  // leave half of it stale.
+  if ((f.header.version == 0 ? 2u : 1u) * state.granuleBytes != state.pcmBufferSize) {
+    SetCount(count, 0);
+    return static_cast<int32_t>(AF_E_BAD_VERSION);
+  }
+
   state.emphasis =
       (f.header.emphasis == 2 || (state.openFlags & OPEN_FLAG_NO_DEEMPHASIS) != 0) ? 0 : f.header.emphasis;
 

@@ -93,7 +93,16 @@ KxResult ScanFrame(DecoderState& s) {
   uint8_t buf[4 + 2 + 32];
   if (!ReadExact(stream, buf, 4)) return AF_S_END_OF_DATA;
   uint32_t header = BigEndian32(buf);
-  while (!IsLayer3Header(header)) {
+  // A frame start of this stream only: a valid header of the reference header's
+  // version, layer and sampling frequency, as the frame reader checks it (any valid
+  // header while there is no reference yet). A header of another version taken as
+  // the reference would make the decoder write two granules into a frame buffer
+  // sized for one.
+  auto ofThisStream = [&s](uint32_t word) {
+    return IsLayer3Header(word) &&
+           (s.referenceHeader == 0 || ((word ^ s.referenceHeader) & kHeaderCompareMask) == 0);
+  };
+  while (!ofThisStream(header)) {
     uint8_t byte = 0;
     if (!ReadExact(stream, &byte, 1)) return AF_S_END_OF_DATA;
     header = (header << 8) | byte;
