@@ -34,7 +34,7 @@ const DspKernels kAvx512 = {
 };
 #endif
 
-bool ProcessorRunsAvx512() {
+[[maybe_unused]] bool ProcessorRunsAvx512() {
 #if defined(KX_HAVE_AVX2_KERNELS) && defined(KX_HAVE_AVX512_KERNELS)
   // Checks the processor's AVX-512F and AVX2 bits and that the system saves the
   // 512-bit and mask registers.
