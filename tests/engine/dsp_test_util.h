@@ -13,14 +13,8 @@
 
 namespace kxtest {
 
-// Builds the decoder tables once per test process.
-inline void EnsureDecoderTables() {
-  static const bool built = [] {
-    kxmp3::InitDecoderTables();
-    return true;
-  }();
-  (void)built;
-}
+// Builds the decoder tables once per test process (engine_harness.cpp).
+void EnsureDecoderTables();
 
 // A 16-byte aligned array of doubles, as the kernels require.
 template <size_t N>
@@ -31,6 +25,14 @@ struct alignas(16) Doubles {
   double* data() { return v; }
   const double* data() const { return v; }
 };
+
+// The scalar reference and, where the processor has it, the SSE2 set: the kernels the
+// filterbank tests hold to the defining sums.
+inline std::vector<const kxmp3::DspKernels*> ScalarAndSse2Kernels() {
+  std::vector<const kxmp3::DspKernels*> all = {&kxmp3::ScalarKernels()};
+  if (kxmp3::Sse2Kernels() != nullptr) all.push_back(kxmp3::Sse2Kernels());
+  return all;
+}
 
 inline bool Aligned16(const void* p) { return (reinterpret_cast<uintptr_t>(p) & 15) == 0; }
 

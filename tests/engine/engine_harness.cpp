@@ -34,6 +34,18 @@ void EnsureDecoderTables() {
   std::call_once(once, [] { kxmp3::InitDecoderTables(); });
 }
 
+std::vector<uint8_t> DecodeWithKernels(const kxmp3::DspKernels& kernels, const std::vector<uint8_t>& bits,
+                                       uint32_t bytesPerSample) {
+  const kxmp3::DspKernels& previous = kxmp3::ReplaceDspKernelsForTesting(kernels);
+  HarnessOptions options;
+  options.bytesPerSample = bytesPerSample;
+  auto h = EngineHarness::Open(bits, options);
+  std::vector<uint8_t> pcm;
+  if (h != nullptr) pcm = h->DecodeAll().pcm;
+  kxmp3::ReplaceDspKernelsForTesting(previous);
+  return pcm;
+}
+
 int64_t FindFirstFrame(const std::vector<uint8_t>& data) {
   for (size_t i = 0; i + 4 <= data.size(); ++i) {
     const uint32_t w = WordAt(data, i);

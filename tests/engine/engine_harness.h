@@ -8,6 +8,7 @@
 #include <memory>
 #include <vector>
 
+#include "engine/dsp_kernels.h"
 #include "plugin/decoder_state.h"
 #include "support/memory_stream.h"
 
@@ -62,6 +63,10 @@ class EngineHarness {
 
 // Builds the process-wide decoder tables once (as the module's attach does).
 void EnsureDecoderTables();
+// A whole stream decoded with the given kernel set in force (restored afterwards):
+// the PCM of every frame, in `bytesPerSample` output.
+std::vector<uint8_t> DecodeWithKernels(const kxmp3::DspKernels& kernels, const std::vector<uint8_t>& bits,
+                                       uint32_t bytesPerSample);
 // Byte offset of the first frame start confirmed by the next frame, or -1.
 int64_t FindFirstFrame(const std::vector<uint8_t>& data);
 // The 16-bit little-endian samples of a byte buffer.

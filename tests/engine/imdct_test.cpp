@@ -22,15 +22,9 @@ class ImdctTest : public ::testing::Test {
   void SetUp() override { kxtest::EnsureDecoderTables(); }
 };
 
-std::vector<const DspKernels*> AllKernels() {
-  std::vector<const DspKernels*> all = {&ScalarKernels()};
-  if (Sse2Kernels() != nullptr) all.push_back(Sse2Kernels());
-  return all;
-}
-
 TEST_F(ImdctTest, Long36MatchesTheDefiningSumForEveryWindow) {
   kxtest::Random rnd(36);
-  for (const DspKernels* k : AllKernels()) {
+  for (const DspKernels* k : kxtest::ScalarAndSse2Kernels()) {
     for (int type : {0, 1, 3}) {
       long double worst = 0;
       for (int trial = 0; trial < 400; ++trial) {
@@ -49,7 +43,7 @@ TEST_F(ImdctTest, Long36MatchesTheDefiningSumForEveryWindow) {
 
 TEST_F(ImdctTest, Long36OfSingleLines) {
   // Each basis line alone: the output is that line's cosine times the window.
-  for (const DspKernels* k : AllKernels()) {
+  for (const DspKernels* k : kxtest::ScalarAndSse2Kernels()) {
     for (int line = 0; line < 18; ++line) {
       Doubles<18> lines{};
       Doubles<36> out;
@@ -64,7 +58,7 @@ TEST_F(ImdctTest, Long36OfSingleLines) {
 
 TEST_F(ImdctTest, Short12MatchesTheDefiningSums) {
   kxtest::Random rnd(12);
-  for (const DspKernels* k : AllKernels()) {
+  for (const DspKernels* k : kxtest::ScalarAndSse2Kernels()) {
     long double worst = 0;
     for (int trial = 0; trial < 400; ++trial) {
       Doubles<18> lines;
@@ -85,7 +79,7 @@ TEST_F(ImdctTest, Short12MatchesTheDefiningSums) {
 
 TEST_F(ImdctTest, Short12KeepsItsInputLines) {
   kxtest::Random rnd(7);
-  for (const DspKernels* k : AllKernels()) {
+  for (const DspKernels* k : kxtest::ScalarAndSse2Kernels()) {
     Doubles<18> lines, copy;
     Doubles<36> out;
     rnd.Fill(lines.data(), 18);

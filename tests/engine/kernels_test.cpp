@@ -187,16 +187,8 @@ TEST_F(KernelsTest, WholeStreamsDecodeIdenticallyWithEitherTable) {
     const auto bits = kxtest::ReadFile(dir + name);
     ASSERT_FALSE(bits.empty()) << name;
     for (uint32_t bps : {2u, 8u}) {
-      std::vector<uint8_t> pcm[2];
-      for (int which = 0; which < 2; ++which) {
-        const DspKernels& previous = ReplaceDspKernelsForTesting(which == 0 ? scalar_ : *sse2_);
-        kxtest::HarnessOptions options;
-        options.bytesPerSample = bps;
-        auto h = kxtest::EngineHarness::Open(bits, options);
-        ASSERT_NE(h, nullptr) << name;
-        pcm[which] = h->DecodeAll().pcm;
-        ReplaceDspKernelsForTesting(previous);
-      }
+      const std::vector<uint8_t> pcm[2] = {kxtest::DecodeWithKernels(scalar_, bits, bps),
+                                           kxtest::DecodeWithKernels(*sse2_, bits, bps)};
       ASSERT_GT(pcm[0].size(), 10000u) << name;
       ASSERT_EQ(pcm[0].size(), pcm[1].size()) << name;
       EXPECT_EQ(0, std::memcmp(pcm[0].data(), pcm[1].data(), pcm[0].size())) << name << " bytes per sample " << bps;

@@ -24,15 +24,9 @@ class SynthesisTest : public ::testing::Test {
   void SetUp() override { kxtest::EnsureDecoderTables(); }
 };
 
-std::vector<const DspKernels*> AllKernels() {
-  std::vector<const DspKernels*> all = {&ScalarKernels()};
-  if (Sse2Kernels() != nullptr) all.push_back(Sse2Kernels());
-  return all;
-}
-
 TEST_F(SynthesisTest, FastMatrixingMatchesTheDefiningSum) {
   kxtest::Random rnd(32);
-  for (const DspKernels* k : AllKernels()) {
+  for (const DspKernels* k : kxtest::ScalarAndSse2Kernels()) {
     long double worst = 0;
     for (int trial = 0; trial < 1000; ++trial) {
       Doubles<32> s;
@@ -49,7 +43,7 @@ TEST_F(SynthesisTest, FastMatrixingMatchesTheDefiningSum) {
 }
 
 TEST_F(SynthesisTest, FastMatrixingOfSingleSubbands) {
-  for (const DspKernels* k : AllKernels()) {
+  for (const DspKernels* k : kxtest::ScalarAndSse2Kernels()) {
     for (int sb = 0; sb < 32; ++sb) {
       Doubles<32> s{};
       Doubles<64> v;
@@ -234,7 +228,7 @@ class WindowEdgeTest : public SynthesisTest {
 };
 
 TEST_F(WindowEdgeTest, RoundsToNearestEvenAndSaturates) {
-  for (const DspKernels* k : AllKernels()) {
+  for (const DspKernels* k : kxtest::ScalarAndSse2Kernels()) {
     SCOPED_TRACE(k->name);
     EXPECT_EQ(32767, Int16Sum(*k, 32767.5));    // rounds to 32768, saturates
     EXPECT_EQ(-32768, Int16Sum(*k, -32768.5));  // rounds to even -32768
@@ -252,7 +246,7 @@ TEST_F(WindowEdgeTest, RoundsToNearestEvenAndSaturates) {
 }
 
 TEST_F(WindowEdgeTest, SumsBeyondThirtyTwoBitsBecomeMostNegative) {
-  for (const DspKernels* k : AllKernels()) {
+  for (const DspKernels* k : kxtest::ScalarAndSse2Kernels()) {
     SCOPED_TRACE(k->name);
     EXPECT_EQ(32767, Int16Sum(*k, 2147483647.0));    // still a 32-bit value: saturates up
     EXPECT_EQ(-32768, Int16Sum(*k, 2147483648.0));   // beyond: the most negative value
@@ -265,7 +259,7 @@ TEST_F(WindowEdgeTest, SumsBeyondThirtyTwoBitsBecomeMostNegative) {
 }
 
 TEST_F(WindowEdgeTest, FullScaleFloatIsFullScaleInteger) {
-  for (const DspKernels* k : AllKernels()) {
+  for (const DspKernels* k : kxtest::ScalarAndSse2Kernels()) {
     SCOPED_TRACE(k->name);
     EXPECT_EQ(1.0, FloatOfCell(*k, -65536.0));
     EXPECT_EQ(32767, Int16OfCell(*k, -65536.0));  // +32768 saturates
