@@ -186,7 +186,12 @@ void Seek(Session& s, int64_t position, uint32_t origin) {
   // A refused target changes nothing; a seek that failed on the way leaves the
   // place in the output unknown.
   if (rc == AF_S_OK) {
-    s.sinceSeek = 0;
+    // The new place keeps the old one's offset within a sample when the seek was
+    // relative (the target is the current place plus whole samples), so the phase
+    // comes from the position the decoder reports.
+    QWUNION here{};
+    RequireNamedCode(s.audio->GetCurrentPosition(&here, AF_ORIGIN_START), "GetCurrentPosition");
+    s.sinceSeek = here.u;
     s.placeKnown = true;
   } else if (rc != AF_E_OUT_OF_RANGE) {
     s.placeKnown = false;

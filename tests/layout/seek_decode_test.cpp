@@ -256,6 +256,33 @@ TEST(SeekDecode, QuickRelativeSeekOfZeroDropsTheBuffer) {
   EXPECT_EQ(d.Position(), before + unread);
 }
 
+TEST(SeekDecode, RelativeSeekFromMidSampleKeepsTheOffsetInTheSample) {
+  // A host that took an odd number of bytes stands inside a sample; a relative seek
+  // moves by whole samples from there, so the output goes on inside a sample, at
+  // the same bytes one decode from the start has there.
+  const std::string fixture = "m1_32000_joint_cbr_long.mp3";
+  Decoder whole(fixture);
+  ASSERT_TRUE(whole.ok());
+  const Bytes ref = whole.Read(1 << 26);
+  Decoder d(fixture);
+  ASSERT_TRUE(d.ok());
+  LockObject lock;
+  ASSERT_EQ(d.Read(1001).size(), 1001u);
+  const uint64_t block = d.state().info.generic.channels * 2;
+  const uint64_t delay = uint64_t{d.state().lameDelay} * block;
+  const uint64_t before = d.Position();
+  ASSERT_EQ(before % block, 1001 % block);
+  QWUNION forward{};
+  forward.u = 40003;  // rounded down to whole samples: 40000
+  ASSERT_EQ(SetPosition(d.state(), lock.object, forward, AF_ORIGIN_CURRENT, Step), AF_S_OK);
+  const uint64_t expect = before + 40000 + delay;
+  ASSERT_EQ(d.Position(), expect);
+  EXPECT_EQ(d.Position() % block, 1001 % block);
+  const Bytes got = d.Read(4096);
+  ASSERT_EQ(got.size(), 4096u);
+  EXPECT_TRUE(std::equal(got.begin(), got.end(), ref.begin() + static_cast<std::ptrdiff_t>(expect)));
+}
+
 TEST(FrameScan, EntriesEqualTheDecodersOwn) {
   for (const char* name : {"m1_44100_joint_vbr_long.mp3", "m1_32000_joint_cbr_long.mp3", "m1_44100_crc.mp3",
                            "m2_24000_joint_vbr.mp3", "m25_12000_mono_vbr.mp3"}) {
