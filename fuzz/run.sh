@@ -46,21 +46,21 @@ run_target() {
   local t="$1"
   mkdir -p "$dir/corpus/$t" "$dir/artifacts/$t" "$dir/logs"
   rm -f "$dir/artifacts/$t"/*
-  local status=0
+  local status=0 began=$SECONDS
   ASAN_OPTIONS=detect_leaks=1:allocator_may_return_null=0 \
   UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
   KX_ANSI_CODEPAGE=1252 \
     "$dir/bin/fuzz_$t" -max_total_time="$seconds" -timeout=20 -rss_limit_mb=2048 -max_len="$(max_len "$t")" \
       -dict="fuzz/dict/$t.dict" -artifact_prefix="$dir/artifacts/$t/" -print_final_stats=1 \
       "$dir/corpus/$t" "$dir/seeds/$t" >"$dir/logs/$t.log" 2>&1 || status=$?
-  local execs cov ft corp findings
+  local ran=$((SECONDS - began)) execs cov ft corp findings
   execs="$(grep -o 'stat::number_of_executed_units: *[0-9]*' "$dir/logs/$t.log" | grep -o '[0-9]*$' || echo '?')"
   cov="$(grep -o 'cov: [0-9]*' "$dir/logs/$t.log" | tail -1 | grep -o '[0-9]*' || echo '?')"
   ft="$(grep -o 'ft: [0-9]*' "$dir/logs/$t.log" | tail -1 | grep -o '[0-9]*' || echo '?')"
   corp="$(ls "$dir/corpus/$t" | wc -l)"
   findings="$(ls "$dir/artifacts/$t" | wc -l)"
   if [ "$status" -ne 0 ] && [ "$findings" -eq 0 ]; then findings=1; fi
-  echo "fuzz_$t: ${seconds}s, executions ${execs:-?}, coverage ${cov:-?} edges / ${ft:-?} features, corpus ${corp}, findings ${findings}" \
+  echo "fuzz_$t: ran ${ran}s (asked ${seconds}s), executions ${execs:-?}, coverage ${cov:-?} edges / ${ft:-?} features, corpus ${corp}, findings ${findings}" \
     >"$dir/logs/$t.summary"
   if [ "$findings" -ne 0 ]; then
     mkdir -p "tests/data/regression/$t"
