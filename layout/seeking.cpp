@@ -4,6 +4,7 @@
 // the target.
 #include "seeking.h"
 
+#include <cstdint>
 #include <cstring>
 
 #include "../engine/frame_header.h"
@@ -170,6 +171,12 @@ KxResult SeekToFrame(DecoderState& s, uint32_t frame, uint32_t offset, DecodeSte
       // Frames never read yet: find them by scanning, which indexes k on the way.
       while (s.frameCounter < frame) {
         KxResult r = ScanFrame(s);
+        if (r == AF_S_END_OF_DATA) {
+          // The target lies past the last frame: the decoder stands at the end of
+          // the data, with nothing buffered, and says so.
+          s.pcmReadPos = s.pcmBufferSize;
+          s.endOfData = 1;
+        }
         if (r != AF_S_OK) return r;
       }
       if (!indexed(k)) return AF_E_FAIL;
@@ -232,10 +239,14 @@ KxResult SetPosition(DecoderState& s, Class_ZCOM* lockObject, QWUNION position, 
     const uint64_t fb = s.pcmBufferSize;
     uint64_t target = 0;
     if (origin == AF_ORIGIN_END) {
-      // `pos` bytes back from the end. A target before the first sample or past
-      // the end (a negative distance) is refused.
-      const int64_t back = static_cast<int64_t>(pos);
-      if (back < 0 || back > static_cast<int64_t>(total)) throw SeekFailure{AF_E_OUT_OF_RANGE};
+      // `pos` bytes back from the end: target = total - pos + delay. Only a
+      // negative position whose size exceeds the total is refused; a smaller
+      // negative one lies past the end, and the seek ends there with the end of
+      // the data. A position so large that the target would fall before the
+      // stream's first byte has no target at all and is refused too.
+      const int64_t signedPos = static_cast<int64_t>(pos);
+      if (signedPos < 0 && 0 - pos > total) throw SeekFailure{AF_E_OUT_OF_RANGE};
+      if (signedPos > 0 && pos > total + delay) throw SeekFailure{AF_E_OUT_OF_RANGE};
       target = total - pos + delay;
     } else if (origin == AF_ORIGIN_CURRENT) {
       const uint64_t unread = Unread(s);
@@ -252,7 +263,9 @@ KxResult SetPosition(DecoderState& s, Class_ZCOM* lockObject, QWUNION position, 
       if (pos > total) throw SeekFailure{AF_E_OUT_OF_RANGE};
       target = pos + delay;
     }
-    KxResult r = SeekToFrame(s, static_cast<uint32_t>(target / fb), static_cast<uint32_t>(target % fb), decode);
+    const uint64_t frame = target / fb;
+    const uint32_t frameNumber = frame > UINT32_MAX ? UINT32_MAX : static_cast<uint32_t>(frame);
+    KxResult r = SeekToFrame(s, frameNumber, static_cast<uint32_t>(target % fb), decode);
     if (r != AF_S_OK) throw SeekFailure{r};
   } catch (const SeekFailure& failure) {
     result = failure.code;

@@ -102,11 +102,32 @@ bool Agrees(uint32_t word, uint32_t previous) {
   return IsLayer3Header(word) && ((word ^ previous) & kWalkCompareMask) == 0;
 }
 
-// Counts the frames in [pos, end): each must agree with the previous one in sync,
-// version, layer, protection and sampling frequency; after a mismatch the next
-// start is looked for byte by byte (at most 8,192 bytes) and needs the frame after
-// it to agree too. Without full-count mode and while the bitrate has not changed,
-// stops after 512 frames and estimates the count from the last frame's length.
+// A frame start found after a mismatch: a valid Layer III header of the stream
+// (the bits the frame reader compares: sync, version, layer, sampling frequency)
+// whose successor one frame length further on agrees with it in sync, version,
+// layer, protection and sampling frequency. A frame that ends exactly at the end
+// of the audio data has no successor to ask and is taken as it stands, as the
+// frame reader takes the last frame of a stream.
+bool ConfirmedStart(Class_ZStream* stream, int64_t pos, int64_t end, uint32_t reference, uint32_t* word) {
+  uint32_t candidate = 0;
+  if (!WordAt(stream, pos, &candidate)) return false;
+  if (!IsLayer3Header(candidate) || ((candidate ^ reference) & kHeaderCompareMask) != 0) return false;
+  const int64_t next = pos + HeaderFrameLength(candidate);
+  uint32_t successor = 0;
+  const bool confirmed = next == end || (next + 4 <= end && WordAt(stream, next, &successor) &&
+                                         Agrees(successor, candidate));
+  if (confirmed) *word = candidate;
+  return confirmed;
+}
+
+// Counts the frames in [pos, end). A frame that agrees with the previous one in
+// sync, version, layer, protection and sampling frequency is counted at once.
+// Otherwise a frame start is looked for from that very byte on, one byte at a
+// time over at most 8,192 bytes, and taken when it is confirmed (above): so a
+// change of protection, bitrate, channel mode, padding or emphasis goes on
+// counting, and only damage or the end of the frames ends the count. Without
+// full-count mode and while the bitrate has not changed, stops after 512 frames
+// and estimates the count from the last frame's length.
 WalkResult WalkFrames(Class_ZStream* stream, int64_t pos, int64_t end, uint32_t previous, bool fullCount) {
   WalkResult w;
   const int64_t walkStart = pos;
@@ -116,14 +137,9 @@ WalkResult WalkFrames(Class_ZStream* stream, int64_t pos, int64_t end, uint32_t 
     if (!WordAt(stream, pos, &word)) break;
     if (!Agrees(word, previous)) {
       bool found = false;
-      for (uint32_t step = 1; step <= kWalkResyncBytes && pos + step + 4 <= end; ++step) {
-        uint32_t candidate = 0;
-        if (!WordAt(stream, pos + step, &candidate)) break;
-        if (!Agrees(candidate, previous)) continue;
-        uint32_t next = 0;
-        if (WordAt(stream, pos + step + HeaderFrameLength(candidate), &next) && Agrees(next, candidate)) {
+      for (uint32_t step = 0; step <= kWalkResyncBytes && pos + step + 4 <= end; ++step) {
+        if (ConfirmedStart(stream, pos + step, end, previous, &word)) {
           pos += step;
-          word = candidate;
           found = true;
           break;
         }

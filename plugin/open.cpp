@@ -32,12 +32,6 @@ void RaiseIfFailed(KxResult code) {
 
 }  // namespace
 
-void ResetReplayGain(ReplayGainRecord& record) {
-  std::memset(&record, 0, sizeof(record));
-  record.fourcc = FOURCC_RPGI;
-  record.size = sizeof(ReplayGainRecord);
-}
-
 uint8_t* AlignWorkBlock(uint8_t* raw) {
   // Always moved up by 16 minus the low four bits: an aligned block moves by a
   // full 16 bytes, which the 16 spare bytes of the allocation leave room for.

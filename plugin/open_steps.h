@@ -12,7 +12,6 @@ class Class_KXMP3;
 namespace kxmp3 {
 
 // An empty ReplayGain record: FourCC RPGI, size 44, no flags, zero values.
-void ResetReplayGain(ReplayGainRecord& record);
 
 // The work block's start inside its raw allocation: the next 16-byte boundary
 // strictly above `raw` (moved by 1 to 16 bytes).

@@ -40,9 +40,11 @@ KxResult Class_KXMP3::GetPCMWaveFormat(PCMWAVEFORMAT* format) {
 KxResult Class_KXMP3::DecodeToPCMData(void* buffer, int32_t bytes, int32_t* bytesWritten) {
   if (bytesWritten != nullptr) *bytesWritten = 0;
   if (!ReadyToDecode()) return AF_E_NOT_READY;
-  if (bytes <= 0) return AF_S_OK;
-  if (buffer == nullptr) return AF_E_POINTER;
   DecoderState& s = state_;
+  // Nothing asked: the end of the data is still reported once everything has
+  // been handed out.
+  if (bytes <= 0) return Unread(s) == 0 && s.endOfData != 0 ? AF_S_END_OF_DATA : AF_S_OK;
+  if (buffer == nullptr) return AF_E_POINTER;
   auto* out = static_cast<uint8_t*>(buffer);
   const auto asked = static_cast<uint32_t>(bytes);
   uint32_t written = 0;
@@ -82,16 +84,11 @@ KxResult Class_KXMP3::DecodeToPCMData(void* buffer, int32_t bytes, int32_t* byte
     }
   }
 
-  // A partial frame through the frame buffer.
+  // A partial frame through the frame buffer. Only a concealed frame changes the
+  // answer here: any other result of the step shows in what the frame buffer now
+  // holds and in the end-of-data flag.
   if (written < asked) {
-    if (s.endOfData == 0) {
-      const KxResult rc = DecodeStep(s, 0, nullptr, nullptr);
-      if (rc == AF_S_FRAME_ERROR) {
-        result = AF_S_FRAME_ERROR;
-      } else if (rc != AF_S_OK && rc != AF_E_UNDERFLOW && rc != AF_S_END_OF_DATA) {
-        return finish(rc);
-      }
-    }
+    if (s.endOfData == 0 && DecodeStep(s, 0, nullptr, nullptr) == AF_S_FRAME_ERROR) result = AF_S_FRAME_ERROR;
     if (Unread(s) == 0 && s.endOfData != 0) return finish(AF_S_END_OF_DATA);
     written += TakeFromFrameBuffer(s, out + written, asked - written);
   }

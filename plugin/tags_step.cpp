@@ -9,8 +9,8 @@ namespace kxmp3 {
 
 void ReadTagsStep(Class_ZStream* stream, uint32_t containerType, Class_KXMP3& object) {
   DecoderState& s = object.State();
-  // Containers whose tags carry no ReplayGain leave the record empty.
-  ResetReplayGain(s.replayGain);
+  // The readers set the ReplayGain record for the containers whose tags can carry
+  // it (and empty it for a bare stream); a RIFF container leaves it as it is.
   object.SetCommentSource(ReadTagsForContainer(stream, containerType, &s.replayGain));
 }
 

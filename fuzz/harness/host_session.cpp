@@ -73,9 +73,6 @@ KxResult Pull(Session& s, int32_t want, uint64_t* delivered) {
     s.summary.bytesDelivered += static_cast<uint64_t>(written);
   }
   if (rc != AF_S_OK && rc != AF_S_FRAME_ERROR && rc != AF_S_END_OF_DATA) ++s.summary.failedRequests;
-  if ((rc == AF_S_OK || rc == AF_S_FRAME_ERROR) && written == 0) {
-    Violation("DecodeToPCMData returned 0x%X without delivering a byte", rc);
-  }
   return rc;
 }
 
@@ -83,7 +80,8 @@ KxResult Pull(Session& s, int32_t want, uint64_t* delivered) {
 // that tries again after a failed request; returns the last result. The output can
 // never pass what the input's frames can yield, and failures cannot go on without
 // end: each failed request consumes at least one frame of the stream (or the
-// stream's end is reached).
+// stream's end is reached). A successful request that delivers nothing (its frame
+// could not be decoded into the frame buffer) counts as a failure here.
 KxResult PullToEnd(Session& s, size_t firstRequest, uint32_t maxCalls) {
   const uint64_t cap = (s.inputSize / kMinFrameLength + 4) * kMaxFrameBytes;
   const uint64_t maxFailures = s.inputSize / kMinFrameLength + 16;
@@ -93,9 +91,11 @@ KxResult PullToEnd(Session& s, size_t firstRequest, uint32_t maxCalls) {
   KxResult rc = AF_S_OK;
   for (uint32_t call = 0; maxCalls == 0 || call < maxCalls; ++call) {
     const int32_t want = kRequestSizes[k++ % kRequestSizeCount];
+    const uint64_t before = delivered;
     rc = Pull(s, want, &delivered);
     if (rc == AF_S_END_OF_DATA || s.infoOnly) return rc;
-    if (rc != AF_S_OK && rc != AF_S_FRAME_ERROR && ++failures > maxFailures) {
+    const bool failed = (rc != AF_S_OK && rc != AF_S_FRAME_ERROR) || delivered == before;
+    if (failed && ++failures > maxFailures) {
       Violation("%llu failed requests on %zu input bytes: decoding does not end",
                 static_cast<unsigned long long>(failures), s.inputSize);
       return rc;

@@ -157,9 +157,13 @@ TEST(SetPosition, RangeChecksAndLock) {
   EXPECT_TRUE(LockFreeForOtherThreads(lock.object));
   p.i = -4;
   EXPECT_EQ(SetPosition(h.s, lock.object, p, AF_ORIGIN_START, NeverCalled), AF_E_OUT_OF_RANGE);
-  p.u = 100004;
+  // From the end: refused when -position exceeds the total, or when the target
+  // would fall before the stream's first byte (no delay here).
+  p.i = -100004;
   EXPECT_EQ(SetPosition(h.s, lock.object, p, AF_ORIGIN_END, NeverCalled), AF_E_OUT_OF_RANGE);
-  p.i = -400;
+  p.i = INT64_MIN;
+  EXPECT_EQ(SetPosition(h.s, lock.object, p, AF_ORIGIN_END, NeverCalled), AF_E_OUT_OF_RANGE);
+  p.u = 100004;
   EXPECT_EQ(SetPosition(h.s, lock.object, p, AF_ORIGIN_END, NeverCalled), AF_E_OUT_OF_RANGE);
   // Relative: current = 4 x 4608 (the buffer is empty); past the end, or before the start.
   p.u = 100000 - 4 * 4608 + 4;
@@ -460,6 +464,52 @@ TEST(SetPosition, TargetsFrameAndOffsetForEachOrigin) {
   ASSERT_EQ(SetPosition(s, lock.object, p, AF_ORIGIN_CURRENT, FakeDecode), AF_S_OK);
   GetPosition(s, AF_ORIGIN_START, &now);
   EXPECT_EQ(now.u, before + 20000 + delay);
+  EXPECT_TRUE(LockFreeForOtherThreads(lock.object));
+}
+
+// From the end, only -position > total is refused: a position larger than the
+// total (up to the start skip) lands inside the start skip, and a negative one
+// lies past the end; beyond the last frame the decoder stands at the end of data.
+TEST(SetPosition, FromTheEndRefusesOnlyANegativePositionBeyondTheTotal) {
+  SeekFixture fx(400);
+  LockHolder lock;
+  DecoderState& s = fx.h.s;
+  s.lameDelay = 1105 + 1152;
+  const uint64_t delay = (1105 + 1152) * 4;
+  const uint64_t total = 380ull * 4608 - delay;
+  s.info.generic.totalPcmBytes = total;
+  QWUNION p{};
+  // Thirty frames past the end of the announced length: beyond the stream's 400
+  // frames. The scan for the target meets the end: the seek reports the end of
+  // the data, and the decoder stands there with nothing buffered.
+  p.i = -30 * 4608;
+  EXPECT_EQ(SetPosition(s, lock.object, p, AF_ORIGIN_END, FakeDecode), AF_S_END_OF_DATA);
+  EXPECT_EQ(s.endOfData, 1u);
+  EXPECT_EQ(s.pcmReadPos, s.pcmBufferSize);
+  EXPECT_EQ(s.frameCounter, 400u);
+  // 100 bytes before the first real sample: inside the start skip.
+  p.u = total + 100;
+  ASSERT_EQ(SetPosition(s, lock.object, p, AF_ORIGIN_END, FakeDecode), AF_S_OK);
+  EXPECT_EQ(s.frameCounter, (delay - 100) / 4608 + 1);
+  EXPECT_EQ(s.pcmReadPos, (delay - 100) % 4608);
+  // Five frames past the end of the announced length: the stream has them.
+  p.i = -5 * 4608;
+  ASSERT_EQ(SetPosition(s, lock.object, p, AF_ORIGIN_END, FakeDecode), AF_S_OK);
+  EXPECT_EQ(s.frameCounter, (total + 5 * 4608 + delay) / 4608);
+  EXPECT_EQ(s.pcmReadPos, 4608u);
+  // The largest negative position taken: the whole total past the end.
+  p.i = -static_cast<int64_t>(total);
+  EXPECT_EQ(SetPosition(s, lock.object, p, AF_ORIGIN_END, FakeDecode), AF_S_END_OF_DATA);
+  p.i = -static_cast<int64_t>(total) - 4;
+  EXPECT_EQ(SetPosition(s, lock.object, p, AF_ORIGIN_END, FakeDecode), AF_E_OUT_OF_RANGE);
+  // Past the start skip: before the stream's first byte.
+  p.u = total + delay + 4;
+  EXPECT_EQ(SetPosition(s, lock.object, p, AF_ORIGIN_END, FakeDecode), AF_E_OUT_OF_RANGE);
+  p.u = total;
+  ASSERT_EQ(SetPosition(s, lock.object, p, AF_ORIGIN_END, FakeDecode), AF_S_OK);
+  QWUNION now{};
+  GetPosition(s, AF_ORIGIN_START, &now);
+  EXPECT_EQ(now.u, 0u);
   EXPECT_TRUE(LockFreeForOtherThreads(lock.object));
 }
 

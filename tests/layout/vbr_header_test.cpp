@@ -611,15 +611,55 @@ TEST(FrameWalk, JunkBetweenFramesIsSkipped) {
   EXPECT_EQ(p.layout.frameCount, 9u);
 }
 
-TEST(FrameWalk, ProtectionChangeIsAMismatch) {
+// A change of the protection bit is a mismatch with the previous frame, after
+// which the frame start is looked for from that very byte: the changed frame is
+// taken when the frame after it agrees with it, so the count goes on to the end.
+TEST(FrameWalk, ProtectionChangeGoesOnCounting) {
   HeaderFields crc;
   crc.crc = true;
   Bytes data;
   AppendFrames(data, kH, 3);
   AppendFrames(data, MakeHeader(crc), 3);
+  AppendFrames(data, kH, 2);
   Parsed p = Parse(data);
   ASSERT_EQ(p.code, AF_S_OK);
-  EXPECT_EQ(p.layout.frameCount, 3u);
+  EXPECT_EQ(p.layout.frameCount, 8u);
+  EXPECT_EQ(p.layout.countSource, MP3_HEADER_FLAG_SCANNED);
+  // From the first frame on, with check words that stop after the fifth.
+  Bytes first;
+  AppendFrames(first, MakeHeader(crc), 5);
+  AppendFrames(first, kH, 25);
+  p = Parse(first);
+  ASSERT_EQ(p.code, AF_S_OK);
+  EXPECT_EQ(p.layout.frameCount, 30u);
+}
+
+// The last frame of the audio has no successor to agree with: it is taken when
+// it ends exactly at the end of the audio data, as the frame reader takes it.
+TEST(FrameWalk, LastFrameWithAnotherProtectionBitIsCounted) {
+  HeaderFields crc;
+  crc.crc = true;
+  Bytes data;
+  AppendFrames(data, kH, 3);
+  AppendFrames(data, MakeHeader(crc), 1);
+  Parsed p = Parse(data);
+  ASSERT_EQ(p.code, AF_S_OK);
+  EXPECT_EQ(p.layout.frameCount, 4u);
+}
+
+// A lone frame whose successor does not agree with it is not a confirmed start:
+// the walk slides past it and the junk after it to the next confirmed frame.
+TEST(FrameWalk, UnconfirmedChangedFrameIsPassedOver) {
+  HeaderFields crc;
+  crc.crc = true;
+  Bytes data;
+  AppendFrames(data, kH, 3);
+  AppendFrames(data, MakeHeader(crc), 1);
+  data.insert(data.end(), 37, 0x00);
+  AppendFrames(data, kH, 2);
+  Parsed p = Parse(data);
+  ASSERT_EQ(p.code, AF_S_OK);
+  EXPECT_EQ(p.layout.frameCount, 5u);
 }
 
 TEST(FrameWalk, StopsAtTheEndOfTheAudio) {

@@ -239,6 +239,57 @@ TEST(PcmDelivery, DecoderFailuresArePassedOnWithTheBytesSoFar) {
   decoder->Release();
 }
 
+// The same failure met by a request smaller than a frame, which decodes through
+// the frame buffer: that step's result is not passed on. The call answers with
+// what it has (fewer bytes than asked, with success), the next calls go on past
+// the junk, and the whole stream arrives with the concealment signalled.
+TEST(PcmDelivery, FrameBufferStepIgnoresResultsOtherThanConcealmentAndEnd) {
+  std::vector<uint8_t> bytes = Fixture("m1_44100_joint_cbr.mp3");
+  const std::vector<size_t> offsets = FrameOffsets128k(bytes, 12);
+  ASSERT_EQ(offsets.size(), 12u);
+  bytes.insert(bytes.begin() + static_cast<std::ptrdiff_t>(offsets[11]), 9000, 0x00);
+  Class_KXMP3* decoder = OpenBytes(bytes);
+  ASSERT_NE(decoder, nullptr);
+  std::vector<uint8_t> buffer(1000);
+  uint64_t total = 0;
+  int shortCalls = 0;
+  int concealed = 0;
+  for (int call = 0; call < 100000; ++call) {
+    int32_t written = -1;
+    const KxResult rc = decoder->DecodeToPCMData(buffer.data(), 1000, &written);
+    ASSERT_GE(written, 0);
+    total += static_cast<uint32_t>(written);
+    if (rc == AF_S_END_OF_DATA) break;
+    ASSERT_TRUE(rc == AF_S_OK || rc == AF_S_FRAME_ERROR) << std::hex << rc;
+    if (rc == AF_S_OK && written < 1000) ++shortCalls;
+    if (rc == AF_S_FRAME_ERROR) ++concealed;
+  }
+  EXPECT_EQ(total, 44100u * 2 * 2);
+  EXPECT_EQ(shortCalls, 1);  // the call whose step gave up the search
+  EXPECT_GE(concealed, 1);   // the frame found again after the junk
+  decoder->Release();
+}
+
+// A request of 0 bytes: success while data remains, the end of the data once
+// everything has been delivered.
+TEST(PcmDelivery, ZeroByteRequestAfterTheEndAnswersEndOfData) {
+  Class_KXMP3* decoder = OpenFixture("m2_22050_dual_cbr.mp3");
+  ASSERT_NE(decoder, nullptr);
+  uint8_t buffer[16];
+  int32_t written = -1;
+  EXPECT_EQ(decoder->DecodeToPCMData(buffer, 0, &written), AF_S_OK);
+  EXPECT_EQ(written, 0);
+  KxResult failure = AF_S_OK;
+  const auto all = ReadAll(decoder, {3000}, &failure);
+  ASSERT_EQ(failure, AF_S_OK);
+  EXPECT_EQ(all.size(), 11025u * 2 * 2);
+  written = -1;
+  EXPECT_EQ(decoder->DecodeToPCMData(buffer, 0, &written), AF_S_END_OF_DATA);
+  EXPECT_EQ(written, 0);
+  EXPECT_EQ(decoder->DecodeToPCMData(nullptr, 0, &written), AF_S_END_OF_DATA);
+  decoder->Release();
+}
+
 TEST(PcmDelivery, RewindStartsAgainWithCumulativeGrowth) {
   Class_KXMP3* decoder = OpenFixture("m1_44100_joint_cbr.mp3");
   ASSERT_NE(decoder, nullptr);

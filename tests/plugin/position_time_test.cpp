@@ -3,6 +3,7 @@
 // that a seek lands on exactly the bytes a straight decode gives there.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <thread>
 
 #include "decoder_fixture.h"
@@ -59,6 +60,44 @@ TEST(PositionTime, PositionFollowsTheBytesDelivered) {
   EXPECT_EQ(q.i, 176400 - 10000);
   ASSERT_EQ(decoder->GetCurrentPosition(&q, AF_ORIGIN_CURRENT), AF_S_OK);
   EXPECT_EQ(q.i, 0);
+  decoder->Release();
+}
+
+// From the end (origin 4): a positive position counts back from the end; a
+// negative one lies past the end, where nothing is left to deliver; only a
+// negative position larger than the total is refused.
+TEST(PositionTime, SeekFromTheEnd) {
+  Class_KXMP3* reference = OpenFixture("m1_32000_joint_cbr_long.mp3");
+  ASSERT_NE(reference, nullptr);
+  const std::vector<uint8_t> full = ReadAll(reference, {65536});
+  reference->Release();
+  const uint64_t total = 192000u * 4;
+  ASSERT_EQ(full.size(), total);
+
+  Class_KXMP3* decoder = OpenFixture("m1_32000_joint_cbr_long.mp3");
+  ASSERT_NE(decoder, nullptr);
+  QWUNION position{};
+  position.i = 40000;
+  ASSERT_EQ(decoder->SetCurrentPosition(position, AF_ORIGIN_END), AF_S_OK);
+  std::vector<uint8_t> tail = ReadAll(decoder, {7000});
+  ASSERT_EQ(tail.size(), 40000u);
+  EXPECT_TRUE(std::equal(tail.begin(), tail.end(), full.end() - 40000));
+
+  position.i = -4608 * 3;
+  const KxResult past = decoder->SetCurrentPosition(position, AF_ORIGIN_END);
+  EXPECT_TRUE(past == AF_S_OK || past == AF_S_END_OF_DATA) << std::hex << past;
+  std::vector<uint8_t> buffer(4608);
+  int32_t written = -1;
+  EXPECT_EQ(decoder->DecodeToPCMData(buffer.data(), 4608, &written), AF_S_END_OF_DATA);
+  EXPECT_EQ(written, 0);
+
+  position.i = -static_cast<int64_t>(total) - 4;
+  EXPECT_EQ(decoder->SetCurrentPosition(position, AF_ORIGIN_END), AF_E_OUT_OF_RANGE);
+  // The whole total back: the first real sample.
+  position.i = static_cast<int64_t>(total);
+  ASSERT_EQ(decoder->SetCurrentPosition(position, AF_ORIGIN_END), AF_S_OK);
+  const std::vector<uint8_t> again = ReadAll(decoder, {65536});
+  EXPECT_TRUE(again == full);
   decoder->Release();
 }
 

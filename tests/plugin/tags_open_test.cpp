@@ -96,8 +96,46 @@ TEST(OpenTags, RiffInfoTitle) {
   const auto f = CommentFields(decoder, &rc);
   ASSERT_EQ(rc, AF_S_OK);
   EXPECT_EQ(f[1], u"Fixture RIFF Title");
-  EXPECT_EQ(decoder->State().replayGain.flags, 0u);
-  EXPECT_EQ(decoder->State().replayGain.fourcc, FOURCC_RPGI);
+  // The tags of a RIFF container do not touch the ReplayGain record: it stays as
+  // the new object holds it, all zero, and GetInfo hands out those 44 bytes.
+  static const kxmp3::ReplayGainRecord untouched{};
+  EXPECT_EQ(std::memcmp(&decoder->State().replayGain, &untouched, sizeof(untouched)), 0);
+  uint8_t record[44];
+  std::memset(record, 0xEE, sizeof(record));
+  uint32_t size = sizeof(record);
+  ASSERT_EQ(decoder->GetInfo(FOURCC_RPGI, record, &size), AF_S_OK);
+  EXPECT_EQ(size, 44u);
+  EXPECT_EQ(std::memcmp(record, &untouched, 44), 0);
+  decoder->Release();
+}
+
+// A bare stream and an ID3v2 stream without ReplayGain values get the empty record.
+TEST(OpenTags, BareAndId3v2StreamsWithoutValuesGetTheEmptyRecord) {
+  for (const char* fixture : {"m1_44100_joint_cbr.mp3", "id3v1.mp3", "id3v2.mp3"}) {
+    SCOPED_TRACE(fixture);
+    Class_KXMP3* decoder = OpenFixture(fixture, OPEN_FLAG_INFO_ONLY);
+    ASSERT_NE(decoder, nullptr);
+    const kxmp3::ReplayGainRecord& rg = decoder->State().replayGain;
+    EXPECT_EQ(rg.fourcc, FOURCC_RPGI);
+    EXPECT_EQ(rg.size, 44u);
+    EXPECT_EQ(rg.flags, 0u);
+    decoder->Release();
+  }
+}
+
+// A RIFF file opened by an object whose record already holds values (an earlier
+// open that failed after its tags step) keeps them: the RIFF tags never touch it.
+TEST(OpenTags, RiffContainerLeavesTheRecordAsItIs) {
+  Class_KXMP3* decoder = NewDecoder();
+  ASSERT_NE(decoder, nullptr);
+  kxmp3::ReplayGainRecord& rg = decoder->State().replayGain;
+  rg.fourcc = FOURCC_RPGI;
+  rg.size = 44;
+  rg.flags = 1;
+  rg.trackGain = -6.5;
+  ASSERT_EQ(OpenOnMemory(decoder, "riff_wave_55.wav", OPEN_FLAG_INFO_ONLY), AF_S_OK);
+  EXPECT_EQ(rg.flags, 1u);
+  EXPECT_EQ(rg.trackGain, -6.5);
   decoder->Release();
 }
 
