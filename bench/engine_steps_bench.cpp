@@ -164,7 +164,7 @@ void OutputGranuleStereo(benchmark::State& state) {
   InitDecoderTables();
   const uint32_t bps = static_cast<uint32_t>(state.range(0));
   const uint32_t emphasis = static_cast<uint32_t>(state.range(1));
-  static DecoderState decoder{};
+  static EngineState decoder{};
   SetupDeemphasis(decoder, 44100);
   alignas(16) static uint8_t planar[2 * 576 * 8];
   alignas(16) static uint8_t out[2 * 576 * 8];

@@ -62,7 +62,7 @@ void PrintText(const FileReport& report) {
   std::printf("audio data: %llu bytes\n", static_cast<unsigned long long>(g.dataLength));
   const auto encoder = EncoderFromDescription(description);
   std::printf("encoder: %s\n", encoder ? encoder->c_str() : "not identified");
-  std::printf("start skip: %u samples\n", info.encoderDelay);
+  std::printf("start skip: %u samples\n", info.startSkip);
   std::printf("removed: %u samples (encoder delay and padding)\n", info.samplesRemoved);
   std::printf("emphasis: %s\n", EmphasisName(info.emphasis));
   std::printf("crc: %s, private: %s, copyright: %s, original: %s\n", YesNo(info.errorProtection),

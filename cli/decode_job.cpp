@@ -12,7 +12,7 @@
 #include "decoder_session.h"
 #include "interrupt.h"
 #include "output_file.h"
-#include "plugin/records.h"
+#include "host/kx_mp3_info.h"
 
 namespace kxhost {
 

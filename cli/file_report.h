@@ -8,9 +8,11 @@
 #include <optional>
 #include <string>
 
+#include "host/kx_comment_record.h"
+#include "host/kx_mp3_info.h"
+#include "host/kx_replaygain_record.h"
 #include "host/kx_result_codes.h"
 #include "module_loader.h"
-#include "plugin/records.h"
 
 namespace kxhost {
 

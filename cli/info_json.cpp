@@ -49,7 +49,7 @@ nlohmann::ordered_json ReportToJson(const FileReport& report) {
   const auto encoder = EncoderFromDescription(description);
   j["encoder"] = encoder ? nlohmann::ordered_json(*encoder) : nlohmann::ordered_json(nullptr);
   j["description"] = description;
-  j["delay"] = Copy(info.encoderDelay);
+  j["delay"] = Copy(info.startSkip);
   j["removed_samples"] = Copy(info.samplesRemoved);
   j["emphasis"] = Copy(info.emphasis);
   if (report.tags) {

@@ -8,7 +8,6 @@ set(KX_PACKAGE_INCLUDE_DIR ${CMAKE_INSTALL_INCLUDEDIR}/kxmp3)
 set(KX_PACKAGE_PLUGIN_DIR ${CMAKE_INSTALL_LIBDIR}/kxmp3/plugins)
 
 # The records a host reads from this module (MP3Info, ReplayGainRecord, comment header).
-install(FILES ${PROJECT_SOURCE_DIR}/plugin/records.h DESTINATION ${KX_PACKAGE_INCLUDE_DIR}/plugin)
 
 install(EXPORT KXMP3LibTargets NAMESPACE KXMP3Lib:: DESTINATION ${KX_PACKAGE_CMAKE_DIR})
 configure_package_config_file(${PROJECT_SOURCE_DIR}/cmake/KXMP3LibConfig.cmake.in

@@ -9,7 +9,8 @@
 // Damaged data is concealed: a resync or an impossible big_values count mutes the
 // frame and the next (the decoding still runs so the filterbank state follows the
 // stream); main data that lies before the reservoir's content gives a frame of
-// silence. At the output limit the last frame is cut and the stream ends.
+// silence. Where the frame's output goes, and how much of it a host receives at
+// the end of the stream, is the PCM delivery's business (plugin/pcm_delivery.cpp).
 //
 // In a seek's pre-roll most frames only have to move the reservoir and the
 // synthesis ring positions on: their output is dropped, and the overlap and ring
@@ -19,8 +20,10 @@
 
 #include <cstring>
 
-#include "../host/kxcore.h"
 #include "band_tables.h"
+#include "byte_order.h"
+#include "frame_index.h"
+#include "header_word.h"
 #include "frame_header.h"
 #include "huffman.h"
 #include "imdct.h"
@@ -37,8 +40,6 @@ namespace kxmp3 {
 
 namespace {
 
-constexpr uint32_t kRingBytes = kReservoirBytes;
-constexpr uint32_t kRingBits = kRingBytes * 8;
 constexpr uint32_t kMaxBytesPerSample = 8;
 
 // Everything one granule needs, on the stack of the call: no heap per frame. The
@@ -61,144 +62,85 @@ struct FrameStart {
   uint32_t indexSlot = 0;  // frame-index entry of this frame
 };
 
-void SetCount(int32_t* count, int32_t value) {
-  if (count != nullptr) *count = value;
-}
-
-// Makes room for entry `state.frameCounter` of the frame index, growing it by 100.
-void GrowFrameIndex(DecoderState& state) {
-  if (state.frameCounter < state.frameIndexCapacity) return;
-  state.frameIndexCapacity += kFrameIndexGrowth;
-  state.frameIndex = static_cast<FrameIndexEntry*>(
-      ZCoreRealloc(state.frameIndex, static_cast<size_t>(state.frameIndexCapacity) * sizeof(FrameIndexEntry)));
-}
-
 // Header (with the sync search), frame-index entry, check word and side
 // information. `resyncMutes` is false for SkipFrame, which reports a resync without
 // muting. Returns 0 or AF_S_FRAME_ERROR to go on, anything else to stop.
-KxResult ReadFrameStart(DecoderState& state, FrameStart& f, bool resyncMutes, int32_t* count) {
+KxResult ReadFrameStart(EngineState& state, Class_ZStream* stream, FrameStart& f, bool resyncMutes) {
   KxResult status = AF_S_OK;
-  const KxResult h = ReadFrameHeader(f.header, state.stream, state.referenceHeader);
-  if (h == AF_S_END_OF_DATA) {
-    state.endOfData = 1;
-    state.frameOutputBytes = 0;
-    SetCount(count, 0);
-    return AF_S_END_OF_DATA;
-  }
+  const KxResult h = ReadFrameHeader(f.header, stream, state.referenceHeader);
+  if (h == AF_S_END_OF_DATA) return AF_S_END_OF_DATA;
   if (h == AF_S_RESYNC) {
     ++state.errorCount;
     if (resyncMutes) state.muteCounter = 2;
     status = AF_S_FRAME_ERROR;
   } else if (h != AF_S_OK) {
-    SetCount(count, 0);
     return h;
   }
 
-  GrowFrameIndex(state);
+  if (!GrowFrameIndex(state)) return AF_E_FAIL;
   f.indexSlot = state.frameCounter;
   int64_t position = 0;
-  state.stream->GetPosition(&position);
+  stream->GetPosition(&position);
   state.frameIndex[f.indexSlot].offset = static_cast<uint64_t>(position - 4);
 
   if (f.header.protection != 0) {
     // Kept, never verified: a frame with a wrong check word decodes like any other.
     uint8_t check[2] = {0, 0};
-    state.stream->Read(check, 2, nullptr);
+    stream->Read(check, 2, nullptr);
     state.lastCheckWord = (uint32_t{check[0]} << 8) | check[1];
   }
 
   f.channels = f.header.channel_mode == 0 ? 1 : 2;
   if (f.header.channel_mode == 2) {
-    if (f.header.mode_extension > 3) {  // guard: the field has two bits
-      SetCount(count, 0);
-      return AF_E_BAD_VERSION;
-    }
+    if (f.header.mode_extension > 3) return AF_E_BAD_VERSION;  // guard: the field has two bits
     f.midSide = (f.header.mode_extension & 2) != 0;
     f.intensity = (f.header.mode_extension & 1) != 0;
   }
   return status;
 }
 
-KxResult ReadSide(DecoderState& state, FrameStart& f, KxResult& status, int32_t* count) {
-  const KxResult r = f.header.version == 0 ? ReadSideInfoMpeg1(f.side, state.stream, f.channels, f.midSide)
-                                           : ReadSideInfoMpeg2(f.side, state.stream, f.channels, f.midSide);
+// The side information. A stream that ends inside it ends the data, like a missing
+// header.
+KxResult ReadSide(EngineState& state, Class_ZStream* stream, FrameStart& f, KxResult& status) {
+  const KxResult r = f.header.version == 0 ? ReadSideInfoMpeg1(f.side, stream, f.channels, f.midSide)
+                                           : ReadSideInfoMpeg2(f.side, stream, f.channels, f.midSide);
   if (r == AF_S_FRAME_ERROR) {
     ++state.errorCount;
     state.muteCounter = 2;
     status = AF_S_FRAME_ERROR;
-  } else if (r != AF_S_OK) {
-    if (r == AF_S_END_OF_DATA) {
-      // The stream ended inside the side information: the end of the data, like a
-      // missing header. The end-of-data status always comes with the flag set, or
-      // the delivery would answer its caller with nothing and no end.
-      state.endOfData = 1;
-      state.frameOutputBytes = 0;
-    }
-    SetCount(count, 0);
-    return r;
+    return AF_S_OK;
   }
-  return AF_S_OK;
+  return r;
 }
 
-// Appends the frame's main data to the ring and works out where it starts. Returns
-// Skip: bytes from the (byte-aligned) read position to the frame's first main-data
-// byte; negative when the ring does not reach back that far.
-int32_t AppendMainData(DecoderState& state, const FrameStart& f) {
-  int32_t length = MainDataLength(f.header);
-  if (length < 0) length = 0;
-  const uint32_t len = static_cast<uint32_t>(length);
-  const uint32_t first = len < kRingBytes - state.reservoirWriteIndex ? len : kRingBytes - state.reservoirWriteIndex;
-  // Short reads are not checked: they leave older bytes in the ring, and the next
-  // header read reports the end of the stream.
-  state.stream->Read(state.reservoir + state.reservoirWriteIndex, first, nullptr);
-  if (len > first) state.stream->Read(state.reservoir, len - first, nullptr);
-  state.reservoirWriteIndex = (state.reservoirWriteIndex + len) & (kRingBytes - 1);
-
-  state.reservoirBitPos = (state.reservoirBitPos + 7) & ~7u;
-  const uint32_t consumed = state.reservoirBitPos / 8;
-  const int32_t skip = static_cast<int32_t>(state.reservoirByteCount - f.side.main_data_begin - consumed);
-  if (consumed > kRingBytes) {
-    // Keep both counters small; byte indices are taken modulo the ring anyway.
-    state.reservoirByteCount -= kRingBytes;
-    state.reservoirBitPos -= kRingBits;
-  }
-  state.reservoirByteCount += len;
-  FrameIndexEntry& entry = state.frameIndex[f.indexSlot];
-  entry.reservoirFill = state.reservoirByteCount;
-  entry.reservoirWrite = state.reservoirWriteIndex;
-  return skip;
+// Appends the frame's main data to the reservoir ring (frame_index.h) and returns
+// the skip: bytes from the read position to the frame's first main-data byte,
+// negative when the ring does not reach back that far.
+int32_t AppendFrameMainData(EngineState& state, Class_ZStream* stream, const FrameStart& f) {
+  const int32_t length = MainDataLength(f.header);
+  const uint32_t len = length < 0 ? 0 : static_cast<uint32_t>(length);
+  ReadMainData(state, stream, len);
+  return AppendMainData(state, len, f.side.main_data_begin, f.indexSlot);
 }
 
-// Bytes a frame yields against the output limit when `frames` frames have been read.
-uint32_t TrimmedYield(const DecoderState& state, uint32_t frames) {
-  const uint32_t size = state.pcmBufferSize;
-  const uint64_t produced = static_cast<uint64_t>(frames) * size;
-  if (produced <= state.pcmTotalBytes) return size;
-  const uint32_t excess = static_cast<uint32_t>(produced) - static_cast<uint32_t>(state.pcmTotalBytes);
-  return size - (excess < size ? excess : size);
-}
-
-KxResult EndOfStream(DecoderState& state, int32_t* count) {
-  state.frameOutputBytes = 0;
-  state.endOfData = 1;
-  SetCount(count, 0);
-  return AF_S_END_OF_DATA;
+void SetMade(uint32_t* made, uint32_t value) {
+  if (made != nullptr) *made = value;
 }
 
 bool gLightPreRoll = true;
 
 // The emphasis a frame is output with: none for the reserved code or when
 // de-emphasis was switched off at open.
-uint32_t EffectiveEmphasis(const DecoderState& state, uint32_t emphasis) {
-  return (emphasis == 2 || (state.openFlags & OPEN_FLAG_NO_DEEMPHASIS) != 0) ? 0 : emphasis;
+uint32_t EffectiveEmphasis(const EngineState& state, uint32_t emphasis) {
+  return (emphasis == 2 || state.noDeemphasis != 0) ? 0 : emphasis;
 }
 
 // With the stream at the header after the current frame: are the next two frames
 // there, fitting the reference header, and output without de-emphasis? Whatever
 // cannot be confirmed counts as de-emphasis. The stream is put back.
-bool NextTwoFramesWithoutEmphasis(DecoderState& state) {
-  if ((state.openFlags & OPEN_FLAG_NO_DEEMPHASIS) != 0) return true;
-  Class_ZStream* stream = state.stream;
+bool NextTwoFramesWithoutEmphasis(EngineState& state, Class_ZStream* stream) {
+  using namespace header_word;
+  if (state.noDeemphasis != 0) return true;
   int64_t start = 0;
   if (stream->GetPosition(&start) != AF_S_OK) return false;
   bool plain = true;
@@ -210,15 +152,13 @@ bool NextTwoFramesWithoutEmphasis(DecoderState& state) {
       plain = false;
       break;
     }
-    const uint32_t word = (uint32_t{b[0]} << 24) | (uint32_t{b[1]} << 16) | (uint32_t{b[2]} << 8) | b[3];
+    const uint32_t word = BigEndian32(b);
     if (!IsLayer3Header(word) || ((word ^ state.referenceHeader) & kHeaderCompareMask) != 0 ||
-        EffectiveEmphasis(state, word & 3) != 0) {
+        EffectiveEmphasis(state, EmphasisBits(word)) != 0) {
       plain = false;
       break;
     }
-    const uint32_t version = ((~word >> 20) & 1) + ((~word >> 19) & 1);
-    const uint32_t rateCode = version * 3 + ((word >> 10) & 3);
-    at += kFrameLengthTable[rateCode][(word >> 12) & 15] + ((word >> 9) & 1);
+    at += HeaderFrameLength(word);
   }
   if (stream->Seek(start, ZS_SEEK_SET) != AF_S_OK) return false;
   return plain;
@@ -227,15 +167,15 @@ bool NextTwoFramesWithoutEmphasis(DecoderState& state) {
 // A frame of a seek's pre-roll whose granule work can be left out (see
 // decode_frame.h): at least three frames before the target, and no de-emphasis in
 // it or the two frames after it. `frame` is the frame's number.
-bool LightPreRollFrame(DecoderState& state, uint32_t frame, int intoCaller) {
-  return gLightPreRoll && intoCaller == 0 && state.preRollTarget != 0 && frame + 3 <= state.preRollTarget &&
-         state.emphasis == 0 && NextTwoFramesWithoutEmphasis(state);
+bool LightPreRollFrame(EngineState& state, Class_ZStream* stream, uint32_t frame) {
+  return gLightPreRoll && state.preRollTarget != 0 && frame + 3 <= state.preRollTarget && state.emphasis == 0 &&
+         NextTwoFramesWithoutEmphasis(state, stream);
 }
 
 // What a granule's decoding leaves behind for later frames, without the decoding:
 // each channel's Huffman data ends part2_3_length bits after its start, and its
 // synthesis moves the ring position by 18 slots of 64 values.
-void PassGranule(DecoderState& state, const FrameStart& f, uint32_t gr) {
+void PassGranule(EngineState& state, const FrameStart& f, uint32_t gr) {
   for (uint32_t ch = 0; ch < f.channels; ++ch) {
     state.reservoirBitPos += f.side.gr[gr][ch].part2_3_length;
     state.ringPos[ch] = (state.ringPos[ch] - kLinesPerSubband * 64) & (kSynthesisRingSize - 1);
@@ -244,7 +184,7 @@ void PassGranule(DecoderState& state, const FrameStart& f, uint32_t gr) {
 
 // Decodes one granule into the planar buffer of the scratch. Returns false when
 // Huffman decoding failed.
-bool DecodeGranule(DecoderState& state, FrameStart& f, uint32_t gr, GranuleScratch& s, uint32_t outChannels) {
+bool DecodeGranule(EngineState& state, FrameStart& f, uint32_t gr, GranuleScratch& s, uint32_t outChannels) {
   const FrameHeader& h = f.header;
   const bool lsf = h.version != 0;
   GranuleInfo* gi[2] = {&f.side.gr[gr][0], &f.side.gr[gr][1]};
@@ -282,57 +222,39 @@ bool DecodeGranule(DecoderState& state, FrameStart& f, uint32_t gr, GranuleScrat
 
 }  // namespace
 
-int32_t DecodeFrame(DecoderState& state, int intoCaller, void* output, int32_t* count) {
-  state.frameOutputBytes = state.pcmBufferSize;
+int32_t DecodeFrame(EngineState& state, Class_ZStream* stream, uint8_t* output, uint32_t* made) {
+  SetMade(made, 0);
   FrameStart f;
-  KxResult status = ReadFrameStart(state, f, true, count);
+  KxResult status = ReadFrameStart(state, stream, f, true);
   if (status != AF_S_OK && status != AF_S_FRAME_ERROR) return static_cast<int32_t>(status);
 
-  // The frame buffer and the caller's room hold one frame of the layout fixed at
-  // open. A frame of another MPEG version (two granules where one was expected,
-  // or one where two were) is refused: it would be written past the buffer, or
-  // leave half of it stale.
-  if ((f.header.version == 0 ? 2u : 1u) * state.granuleBytes != state.pcmBufferSize) {
-    SetCount(count, 0);
+  // The output holds one frame of the layout fixed at open. A frame of another MPEG
+  // version (two granules where one was expected, or one where two were) is
+  // refused: it would be written past the buffer, or leave half of it stale.
+  if ((f.header.version == 0 ? 2u : 1u) * state.granuleBytes != state.frameBytes) {
     return static_cast<int32_t>(AF_E_BAD_VERSION);
   }
 
-  state.emphasis =
-      (f.header.emphasis == 2 || (state.openFlags & OPEN_FLAG_NO_DEEMPHASIS) != 0) ? 0 : f.header.emphasis;
+  state.emphasis = EffectiveEmphasis(state, f.header.emphasis);
 
-  const KxResult side = ReadSide(state, f, status, count);
+  const KxResult side = ReadSide(state, stream, f, status);
   if (side != AF_S_OK) return static_cast<int32_t>(side);
 
-  const uint32_t size = state.pcmBufferSize;
-  const bool callerRoom = intoCaller == 1 && count != nullptr && *count >= 0 && static_cast<uint32_t>(*count) >= size;
-  uint8_t* target = callerRoom ? static_cast<uint8_t*>(output) : state.pcmBuffer;
-
-  const int32_t skip = AppendMainData(state, f);
+  const int32_t skip = AppendFrameMainData(state, stream, f);
+  ++state.frameCounter;
   if (skip < 0) {
-    // Reservoir underflow: one frame of silence, trimmed against the output limit
-    // whether the limit is in force or not; the read position stays where it is.
-    const uint32_t yield = TrimmedYield(state, state.frameCounter + 1);
-    if (yield == 0) return static_cast<int32_t>(EndOfStream(state, count));
-    state.frameOutputBytes = yield;
-    std::memset(target, 0, yield);
-    if (callerRoom) {
-      SetCount(count, static_cast<int32_t>(yield));
-    } else {
-      SetCount(count, 0);
-      state.pcmReadPos = 0;
-      state.pcmFill = yield;
-    }
-    ++state.frameCounter;
+    // Reservoir underflow: one frame of silence; the read position stays where it is.
+    std::memset(output, 0, state.frameBytes);
     state.frameIndex[f.indexSlot].reservoirBitPos = state.reservoirBitPos;
+    SetMade(made, state.frameBytes);
     return static_cast<int32_t>(AF_E_UNDERFLOW);
   }
-  ++state.frameCounter;
   state.reservoirBitPos += static_cast<uint32_t>(skip) * 8;
 
   const uint32_t granules = f.header.version == 0 ? 2 : 1;
   const uint32_t bps = state.bytesPerSample;
   const uint32_t outChannels = state.granuleBytes / (kLinesPerGranule * bps);
-  const bool light = LightPreRollFrame(state, f.indexSlot, intoCaller);
+  const bool light = LightPreRollFrame(state, stream, f.indexSlot);
   GranuleScratch scratch;
   std::memset(scratch.scalefactors, 0, sizeof(scratch.scalefactors));
   for (uint32_t gr = 0; gr < granules; ++gr) {
@@ -341,63 +263,43 @@ int32_t DecodeFrame(DecoderState& state, int intoCaller, void* output, int32_t* 
       if (state.muteCounter != 0 && gr == granules - 1) --state.muteCounter;
       continue;
     }
-    if (!DecodeGranule(state, f, gr, scratch, outChannels)) {
-      SetCount(count, 0);
-      return -1;
-    }
+    if (!DecodeGranule(state, f, gr, scratch, outChannels)) return -1;
     if (state.muteCounter != 0) {
       std::memset(scratch.planar, 0, state.granuleBytes);
       if (gr == granules - 1) --state.muteCounter;
     }
-    OutputGranule(scratch.planar, outChannels, state, target + gr * state.granuleBytes, bps, state.emphasis);
+    OutputGranule(scratch.planar, outChannels, state, output + gr * state.granuleBytes, bps, state.emphasis);
   }
   state.frameIndex[f.indexSlot].reservoirBitPos = state.reservoirBitPos;
-
-  uint32_t yield = size;
-  if (state.outputLimitInForce != 0) {
-    yield = TrimmedYield(state, state.frameCounter);
-    if (yield == 0) return static_cast<int32_t>(EndOfStream(state, count));
-  }
-  state.frameOutputBytes = yield;
-  if (!callerRoom) {
-    state.pcmReadPos = 0;
-    state.pcmFill = yield;
-    SetCount(count, 0);
-    return static_cast<int32_t>(intoCaller == 1 ? AF_E_ROOM_TOO_SMALL : status);
-  }
-  SetCount(count, static_cast<int32_t>(yield));
+  SetMade(made, state.frameBytes);
   return static_cast<int32_t>(status);
 }
 
 void EnableLightPreRollForTesting(bool enabled) { gLightPreRoll = enabled; }
 
-int32_t SkipFrame(DecoderState& state, int intoCaller, void* output, int32_t* count) {
-  state.frameOutputBytes = state.pcmBufferSize;
+int32_t SkipFrame(EngineState& state, Class_ZStream* stream, uint8_t* output, uint32_t* made) {
+  SetMade(made, 0);
   FrameStart f;
-  KxResult status = ReadFrameStart(state, f, false, count);
+  KxResult status = ReadFrameStart(state, stream, f, false);
   if (status != AF_S_OK && status != AF_S_FRAME_ERROR) return static_cast<int32_t>(status);
-  const KxResult side = ReadSide(state, f, status, count);
+  const KxResult side = ReadSide(state, stream, f, status);
   if (side != AF_S_OK) return static_cast<int32_t>(side);
 
-  const uint32_t size = state.pcmBufferSize;
-  const bool callerRoom = intoCaller == 1 && count != nullptr && *count >= 0 && static_cast<uint32_t>(*count) >= size;
-  const int32_t skip = AppendMainData(state, f);
-
-  if (callerRoom) {
-    std::memset(output, 0, size);
-    SetCount(count, static_cast<int32_t>(size));
-  } else {
-    std::memset(state.pcmBuffer, 0, size);
-    state.pcmReadPos = 0;
-    state.pcmFill = size;
-    SetCount(count, 0);
-    if (intoCaller == 1) return static_cast<int32_t>(AF_E_ROOM_TOO_SMALL);
-  }
+  const int32_t skip = AppendFrameMainData(state, stream, f);
+  std::memset(output, 0, state.frameBytes);
   // Skip is applied whatever its sign: this frame only primes the reservoir.
   ++state.frameCounter;
   state.reservoirBitPos += static_cast<uint32_t>(skip) * 8;
   state.frameIndex[f.indexSlot].reservoirBitPos = state.reservoirBitPos;
+  SetMade(made, state.frameBytes);
   return static_cast<int32_t>(status);
+}
+
+bool NextFrameIsHeaderOnly(const EngineState& state) { return state.frameCounter == 0 && state.skipFirstFrame != 0; }
+
+int32_t DecodeNextFrame(EngineState& state, Class_ZStream* stream, uint8_t* output, uint32_t* made) {
+  return NextFrameIsHeaderOnly(state) ? SkipFrame(state, stream, output, made)
+                                      : DecodeFrame(state, stream, output, made);
 }
 
 }  // namespace kxmp3

@@ -5,6 +5,9 @@
 // size tables that the layout detection uses too.
 #include "frame_header.h"
 
+#include "byte_order.h"
+#include "header_word.h"
+
 namespace kxmp3 {
 
 const uint32_t kSampleRates[9] = {44100, 48000, 32000, 22050, 24000, 16000, 11025, 12000, 8000};
@@ -40,41 +43,41 @@ namespace {
 // tested; `reference` is compared first under the mask. Returns true when all pass,
 // and then fills the remaining fields.
 bool TestHeaderWord(uint32_t word, uint32_t reference, FrameHeader& h) {
+  using namespace header_word;
   if (((word ^ reference) & kHeaderCompareMask) != 0) return false;
-  const uint32_t versionBits = (word >> 19) & 3;
-  if (versionBits == 1) return false;
-  h.version = ((~word >> 20) & 1) + ((~word >> 19) & 1);
-  h.layer = 4 - ((word >> 17) & 3);
+  if (VersionBits(word) == 1) return false;
+  h.version = VersionIndex(word);
+  h.layer = 4 - LayerBits(word);
   if (h.layer != 3) return false;
-  h.bitrate_index = (word >> 12) & 15;
+  h.bitrate_index = BitrateIndex(word);
   if (h.bitrate_index == 0 || h.bitrate_index == 15) return false;
-  const uint32_t rateBits = (word >> 10) & 3;
-  if (rateBits == 3) return false;
-  h.rate_code = h.version * 3 + rateBits;
-  h.protection = ((word >> 16) & 1) ^ 1;
-  h.padding = (word >> 9) & 1;
-  h.channel_mode = (((word >> 6) & 3) + 1) & 3;
-  h.mode_extension = (word >> 4) & 3;
-  h.emphasis = word & 3;
+  if (RateBits(word) == 3) return false;
+  h.rate_code = RateCode(word);
+  h.protection = ProtectionBit(word) ^ 1;
+  h.padding = PaddingBit(word);
+  // The header's 11 (single channel) becomes 0, the others move up by one.
+  h.channel_mode = (ModeBits(word) + 1) & 3;
+  h.mode_extension = ModeExtension(word);
+  h.emphasis = EmphasisBits(word);
   return true;
 }
 
 bool ReadWord(Class_ZStream* stream, uint32_t& word) {
   uint8_t b[4];
   if (stream->Read(b, 4, nullptr) != AF_S_OK) return false;
-  word = (uint32_t{b[0]} << 24) | (uint32_t{b[1]} << 16) | (uint32_t{b[2]} << 8) | b[3];
+  word = BigEndian32(b);
   return true;
 }
 
 }  // namespace
 
 bool IsLayer3Header(uint32_t word) {
-  if ((word & 0xFFE00000u) != 0xFFE00000u) return false;  // 11 sync bits
-  if (((word >> 19) & 3) == 1) return false;              // reserved version
-  if (((word >> 17) & 3) != 1) return false;              // Layer III
-  const uint32_t bitrate = (word >> 12) & 15;
-  if (bitrate == 0 || bitrate == 15) return false;        // free format, bad
-  return ((word >> 10) & 3) != 3;                         // reserved frequency
+  using namespace header_word;
+  if (SyncBits(word) != 0x7FF) return false;                          // 11 sync bits
+  if (VersionBits(word) == 1) return false;                           // reserved version
+  if (LayerBits(word) != 1) return false;                             // Layer III
+  if (BitrateIndex(word) == 0 || BitrateIndex(word) == 15) return false;  // free format, bad
+  return RateBits(word) != 3;                                         // reserved frequency
 }
 
 uint32_t FrameLength(const FrameHeader& h) {

@@ -9,8 +9,8 @@
 #include <cstdint>
 #include <cstring>
 
-#include "../plugin/decoder_state.h"
 #include "dsp_kernels.h"
+#include "engine_state.h"
 #include "engine_types.h"
 
 namespace kxmp3 {
@@ -83,7 +83,7 @@ void DeemphasisStereoInt16(int16_t* planar, DeemphasisState& state, const Deemph
   state.primed = 1;
 }
 
-void SetupDeemphasis(DecoderState& state, uint32_t sampleRate) {
+void SetupDeemphasis(EngineState& state, uint32_t sampleRate) {
   DeemphasisCoefficients& j17 = state.deemphasis[0];
   j17.b0 = std::bit_cast<double>(kJ17B);
   j17.b1 = std::bit_cast<double>(kJ17B);
@@ -106,7 +106,7 @@ void InterleaveFloatScalar(double* dst, const double* planar) {
   }
 }
 
-int OutputGranule(void* planar, uint32_t channels, DecoderState& state, void* destination, uint32_t bytesPerSample,
+int OutputGranule(void* planar, uint32_t channels, EngineState& state, void* destination, uint32_t bytesPerSample,
                   uint32_t emphasis) {
   const DeemphasisCoefficients* c = nullptr;
   if (emphasis == 3) {

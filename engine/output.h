@@ -5,19 +5,19 @@
 
 namespace kxmp3 {
 
-struct DecoderState;
+struct EngineState;
 struct DeemphasisState;
 struct DeemphasisCoefficients;
 
 // Computes both de-emphasis coefficient sets for `sampleRate` into the state and
 // clears the filter memory.
-void SetupDeemphasis(DecoderState& state, uint32_t sampleRate);
+void SetupDeemphasis(EngineState& state, uint32_t sampleRate);
 
 // Applies de-emphasis (emphasis code 1 or 3; 0 = none) to the planar granule
 // (576 samples of channel 0, then 576 of channel 1, each of bytesPerSample bytes)
 // and writes it to `destination`, interleaved when there are two channels.
 // Returns 0.
-int OutputGranule(void* planar, uint32_t channels, DecoderState& state, void* destination,
+int OutputGranule(void* planar, uint32_t channels, EngineState& state, void* destination,
                   uint32_t bytesPerSample, uint32_t emphasis);
 
 // The four de-emphasis variants: y[n] = b0 x[n] + b1 x[n-1] + a y[n-1] over 576

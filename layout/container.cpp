@@ -7,9 +7,9 @@
 #include <cstring>
 
 #include "../engine/frame_header.h"
+#include "../engine/header_word.h"
 #include "../host/kxcore.h"
 #include "../platform/kx_platform.h"
-#include "header_word.h"
 #include "stream_io.h"
 #include "vbr_header.h"
 
@@ -239,7 +239,7 @@ KxResult FindFirstFrame(Class_ZStream* stream, int64_t* found) {
     SeekTo(stream, p);
     return AF_E_NO_SYNC;
   }
-  uint32_t word = (static_cast<uint32_t>(first[0]) << 16) | (first[1] << 8) | first[2];
+  uint32_t word = BigEndian24(first);
   int64_t hit = -1;
   for (uint32_t k = 0; k < kFrameSearchPositions; ++k) {
     uint8_t byte = 0;

@@ -10,17 +10,9 @@
 
 #include "../host/kx_result_codes.h"
 #include "../host/zstream.h"
-#include "../plugin/records.h"
+#include "../host/kx_mp3_info.h"
 
 namespace kxmp3 {
-
-// Container types (MP3Info::containerType).
-constexpr uint32_t kContainerNone = 0;      // detection failed
-constexpr uint32_t kContainerRiffWave = 1;  // RIFF "WAVE" whose "fmt " declares MPEG Layer-3
-constexpr uint32_t kContainerBare = 2;      // bare MPEG audio
-constexpr uint32_t kContainerRiffRmp3 = 3;  // RIFF "RMP3"
-constexpr uint32_t kContainerId3v2 = 4;     // MPEG audio behind an ID3v2 tag
-constexpr uint32_t kContainerBareApe = 5;   // bare MPEG audio with an APE tag at its end
 
 // Positions the frame search tries before it gives up.
 constexpr uint32_t kFrameSearchPositions = 8192;
@@ -33,16 +25,17 @@ struct StreamLayout {
   uint64_t audioLength;       // bytes of audio data (trailing tags excluded)
   uint32_t firstHeader;       // first frame header, big-endian number
   uint32_t frameCount;        // frames: from the VBR header, counted, or estimated
-  uint32_t skipAtStart;       // samples the open sequence skips (0 without an encoder tag)
+  uint32_t startSkip;         // samples the open sequence skips at the start: encoder delay,
+                              // decoder delay and header frame (see vbr_header.cpp)
   uint32_t encoderDelay;      // encoder delay d of the LAME/GOGO tag (samples)
   uint32_t samplesRemoved;    // d + padding p of the encoder tag (samples)
   uint32_t vbrHeaderFrame;    // 1: the first frame carries only a VBR header (decode it as silence)
-  uint32_t countSource;       // MP3_HEADER_FLAG_* of plugin/records.h
+  uint32_t countSource;       // MP3_HEADER_FLAG_* of host/kx_mp3_info.h: where the frame count came from
   char16_t encoderName[64];   // encoder named by the tag ("" when none)
-  // Added fields:
   uint32_t encoderPadding;    // padding p of the encoder tag (samples)
-  uint32_t vbrKind;           // 1 Xing or VBRI, 0 Info or none; a counted stream whose bitrate
-                              // changes: the number of the first frame with another bitrate
+  uint32_t vbrKind;           // VBR header kind: 1 Xing or VBRI, 0 Info or none
+  uint32_t bitrateChangeFrame;  // a walked stream whose bitrate changes: the number of the first
+                                // frame with another bitrate (1-based); 0 otherwise
   uint32_t outputLimitInForce;  // 1 when the frame count is exact (VBR header or full count)
   uint32_t xingFlags;         // flags word of a Xing/Info header (0 when none)
   uint32_t xingBytes;         // byte count of a Xing/Info header (0 when absent)

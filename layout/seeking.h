@@ -1,21 +1,23 @@
-// Time, position and seeking over an opened decoder's state. The plug-in's
-// GetCurrentPosition / SetCurrentPosition / time methods check that the object is
-// open (and not for information only) and then call these.
+// Time, position and seeking. The plug-in's position and time calls hand the
+// arithmetic here with a view of where decoding stands (DeliveryPosition), and a
+// seek runs in two parts: PlanSeek checks the range and turns the position into a
+// target frame and byte offset (or a move within the buffered bytes), and
+// SeekToFrame drives the engine to just before that frame.
 //
 // Positions are PCM bytes of the output format counted from the first real sample
-// (after the start skip). A seek goes to a frame and a byte offset in it: the
-// decoder restarts 32 frames earlier from the frame index (or from the start), so
-// that the bit reservoir, the overlap and the synthesis state are rebuilt before
-// the target frame; frames not yet indexed are first found by a scan that reads
-// headers and side information only.
+// (after the start skip). A seek restarts 32 frames before its target from the
+// frame index (or from the start), so that the bit reservoir, the overlap and the
+// synthesis state are rebuilt before the target frame; frames not yet indexed are
+// first found by the frame scan, which reads headers and side information only.
 #pragma once
 
 #include <cstdint>
 
+#include "../engine/engine_state.h"
 #include "../host/kx_result_codes.h"
 #include "../host/kx_types.h"
-#include "../host/zcom.h"
-#include "../plugin/decoder_state.h"
+#include "../host/kxaudiofile.h"
+#include "../host/zstream.h"
 
 namespace kxmp3 {
 
@@ -29,38 +31,63 @@ constexpr int64_t kReferenceTimeUnits = 1000000;
 constexpr const char* kSeekLockFile = "KXMP3";
 constexpr int kSeekLockLine = 2560;
 
-// One decode step into the frame buffer (intoCaller 0) or the caller's buffer:
-// the plug-in's choice of SkipFrame or DecodeFrame (see plugin/kxmp3.h).
-using DecodeStepFn = KxResult (*)(DecoderState& state, int intoCaller, void* output, int32_t* count);
+// Where decoding stands, as the position arithmetic needs it.
+struct DeliveryPosition {
+  uint32_t framesRead;       // frames the engine has read since the start (frame counter)
+  uint32_t frameBytes;       // fb: PCM bytes of one frame (the frame buffer's size)
+  uint32_t readPos;          // bytes of the frame buffer already handed out (fb when empty)
+  uint64_t startSkipBytes;   // the start skip in output bytes
+  uint64_t totalBytes;       // total PCM bytes of the information record
+  uint32_t blockAlign;       // channels x bytes per sample
+  uint64_t bytesPerSecond;   // bytes per sample x sample rate x channels
+};
+
+// Bytes of the frame buffer not yet handed out, as positions count them: fb - readPos.
+inline uint32_t Unread(const DeliveryPosition& p) { return p.frameBytes - p.readPos; }
 
 // Current position: origin AF_ORIGIN_CURRENT gives 0, AF_ORIGIN_END the bytes left
 // to the end, any other origin the bytes from the first real sample.
-KxResult GetPosition(const DecoderState& state, uint32_t origin, QWUNION* position);
+uint64_t CurrentPosition(const DeliveryPosition& p, uint32_t origin);
 
-// Seeks to `position` relative to `origin` (AF_ORIGIN_CURRENT, AF_ORIGIN_END, or any
-// other value: from the start) holding the lock of `lockObject` throughout.
-// AF_E_OUT_OF_RANGE for a target past the end; AF_E_FAIL when the lock is not
-// obtained; otherwise the result of the seek.
-KxResult SetPosition(DecoderState& state, Class_ZCOM* lockObject, QWUNION position, uint32_t origin,
-                     DecodeStepFn decode);
+// What a seek to `position` relative to `origin` (AF_ORIGIN_CURRENT, AF_ORIGIN_END,
+// or any other value: from the start) comes to.
+struct SeekPlan {
+  KxResult refusal = AF_S_OK;   // AF_E_OUT_OF_RANGE: no seek is made
+  bool withinBuffer = false;    // a relative move within the buffered bytes: no seek is made,
+  uint32_t keepUnread = 0;      // and exactly this many bytes stay unread
+  uint32_t frame = 0;           // otherwise the target frame
+  uint32_t offset = 0;          // and the byte offset in it
+};
+SeekPlan PlanSeek(const DeliveryPosition& p, QWUNION position, uint32_t origin);
 
-// Seeks to byte `offset` of frame `frame` (both in the output's frame layout,
-// frames counted from the first frame of the stream, header frame included).
-KxResult SeekToFrame(DecoderState& state, uint32_t frame, uint32_t offset, DecodeStepFn decode);
+// One frame of the engine into `output` (a frame buffer of the engine's frame size):
+// SkipFrame or DecodeFrame as the engine chooses (DecodeNextFrame), or a stand-in of
+// a test.
+using FrameDecodeFn = int32_t (*)(EngineState& engine, Class_ZStream* stream, uint8_t* output, uint32_t* made);
 
-// The index-building scan, one frame: finds the next frame start from the stream's
-// position, records its index entry with the reservoir bookkeeping the decoder
-// would have after it, and moves the stream to the following frame. Returns 0, or
-// AF_S_END_OF_DATA when no further frame could be read.
-KxResult ScanFrame(DecoderState& state);
+// What SeekToFrame did.
+struct SeekOutcome {
+  KxResult result = AF_S_OK;  // 0, or the failure that ended the seek
+  bool restarted = false;     // the decoding state was reset for the restart (the frame
+                              // buffer's contents and the end of data no longer hold)
+  bool atEnd = false;         // the stream ended before the target frame
+};
 
-// Playing time reached (microseconds), and the total time: the larger of the
-// decoded bytes and the total PCM bytes.
-KxResult GetReferenceTimeOf(const DecoderState& state, QWUNION* time);
-KxResult GetTotalTimeOf(const DecoderState& state, QWUNION* time);
+// Takes the engine to the start of frame `frame` (counted from the first frame of
+// the stream, header frame included): chooses the restart frame, resets the
+// decoding state and decodes the pre-roll into `frameBuffer`, dropping it. The
+// caller decodes the target frame itself.
+SeekOutcome SeekToFrame(EngineState& engine, Class_ZStream* stream, uint32_t frame, uint8_t* frameBuffer,
+                        FrameDecodeFn decode);
+SeekOutcome SeekToFrame(EngineState& engine, Class_ZStream* stream, uint32_t frame, uint8_t* frameBuffer);
+
+// Playing time reached (microseconds): (frames - 1) x fb + readPos bytes; and the
+// total time: the larger of the decoded bytes and the total PCM bytes.
+int64_t ReferenceTime(const DeliveryPosition& p);
+int64_t TotalTime(const DeliveryPosition& p);
 
 // time x rate / 1,000,000 and samples x 1,000,000 / rate.
-int64_t ReferenceTimeToSampleCount(const DecoderState& state, int64_t time);
-int64_t SampleCountToReferenceTime(const DecoderState& state, int64_t samples);
+int64_t ReferenceTimeToSampleCount(uint32_t sampleRate, int64_t time);
+int64_t SampleCountToReferenceTime(uint32_t sampleRate, int64_t samples);
 
 }  // namespace kxmp3

@@ -1,11 +1,12 @@
 // Small helpers over the host stream used by container detection, the header
 // parser and the frame scan: whole reads (a short read counts as a failure),
-// reads at an absolute position, big-endian and little-endian words, and the
-// case-insensitive extension test on the stream's name.
+// reads at an absolute position, and the case-insensitive extension test on the
+// stream's name. Words are assembled by engine/byte_order.h.
 #pragma once
 
 #include <cstdint>
 
+#include "../engine/byte_order.h"
 #include "../host/zstream.h"
 
 namespace kxmp3::layout_io {
@@ -31,20 +32,6 @@ inline bool SeekTo(Class_ZStream* stream, int64_t position) {
 
 inline bool Tell(Class_ZStream* stream, int64_t* position) {
   return stream->GetPosition(position) == AF_S_OK;
-}
-
-inline uint32_t BigEndian32(const uint8_t* p) {
-  return (static_cast<uint32_t>(p[0]) << 24) | (static_cast<uint32_t>(p[1]) << 16) |
-         (static_cast<uint32_t>(p[2]) << 8) | static_cast<uint32_t>(p[3]);
-}
-
-inline uint32_t LittleEndian32(const uint8_t* p) {
-  return static_cast<uint32_t>(p[0]) | (static_cast<uint32_t>(p[1]) << 8) | (static_cast<uint32_t>(p[2]) << 16) |
-         (static_cast<uint32_t>(p[3]) << 24);
-}
-
-inline uint16_t LittleEndian16(const uint8_t* p) {
-  return static_cast<uint16_t>(p[0] | (p[1] << 8));
 }
 
 // True when `ext` (a zero-terminated UTF-16 extension such as ".Mp3") equals the

@@ -8,8 +8,8 @@
 #include <string>
 
 #include "../engine/frame_header.h"
+#include "../engine/header_word.h"
 #include "../platform/kx_platform.h"
-#include "header_word.h"
 #include "stream_io.h"
 
 namespace kxmp3 {
@@ -173,52 +173,27 @@ uint16_t EncoderTagCrc16(const uint8_t* data, uint32_t bytes) {
   return crc;
 }
 
-KxResult ParseFirstFrame(Class_ZStream* stream, uint32_t header, MP3Info* info, uint32_t openFlags,
-                         StreamLayout* layout) {
-  MP3Info localInfo{};
-  StreamLayout localLayout{};
-  MP3Info& rec = info ? *info : localInfo;
-  StreamLayout& out = layout ? *layout : localLayout;
+namespace {
 
-  // Header fields that the parser owns in the layout, cleared for a fresh start.
-  auto clearParsed = [&out]() {
-    StreamLayout keep = out;
-    out = StreamLayout{};
-    out.containerType = keep.containerType;
-    out.audioStart = keep.audioStart;
-    out.audioLength = keep.audioLength;
-    out.firstHeader = keep.firstHeader;
-  };
-  auto refuse = [&](KxResult code) {
-    rec = MP3Info{};
-    clearParsed();
-    return code;
-  };
-  clearParsed();
+// The five tests of the first frame header, in order, each with its own code.
+KxResult CheckFirstHeader(uint32_t header) {
+  if (SyncBits(header) != 0x7FF) return AF_E_NO_SYNC;
+  if (VersionBits(header) == 1) return AF_E_BAD_VERSION;
+  if (LayerBits(header) != 1) return AF_E_BAD_LAYER;
+  if (BitrateIndex(header) == 0 || BitrateIndex(header) == 15) return AF_E_BAD_BITRATE;
+  if (RateBits(header) == 3) return AF_E_BAD_SAMPLERATE;
+  return AF_S_OK;
+}
 
-  if (SyncBits(header) != 0x7FF) return refuse(AF_E_NO_SYNC);
-  if (VersionBits(header) == 1) return refuse(AF_E_BAD_VERSION);
-  if (LayerBits(header) != 1) return refuse(AF_E_BAD_LAYER);
-  if (BitrateIndex(header) == 0 || BitrateIndex(header) == 15) return refuse(AF_E_BAD_BITRATE);
-  if (RateBits(header) == 3) return refuse(AF_E_BAD_SAMPLERATE);
-
-  int64_t frameStart = static_cast<int64_t>(out.audioStart);
-  if (!Tell(stream, &frameStart)) frameStart = static_cast<int64_t>(out.audioStart);
-
-  const uint32_t version = VersionIndex(header);
-  const uint32_t rate = kSampleRates[RateCode(header)];
-  const uint32_t channels = Channels(header);
-  const uint32_t frameLength = HeaderFrameLength(header);
-  const uint32_t sideInfo = SideInfoBytes(header);
-  const uint32_t spf = SamplesPerFrame(header);
-
+// The record's fields that the first frame header gives.
+void FillHeaderFields(uint32_t header, MP3Info& rec, StreamLayout& out) {
   rec.generic.fourcc = FOURCC_ZMP3;
   rec.generic.size = sizeof(MP3Info);
   rec.generic.formatFourCC = FOURCC_ZMP3;
   rec.generic.bitsPerSample = 16;
-  rec.generic.sampleRate = rate;
-  rec.generic.channels = channels;
-  rec.mpegVersion = version + 1;
+  rec.generic.sampleRate = kSampleRates[RateCode(header)];
+  rec.generic.channels = Channels(header);
+  rec.mpegVersion = VersionIndex(header) + 1;
   rec.layer = 3;
   rec.errorProtection = ProtectionBit(header) == 0 ? 1 : 0;
   rec.privateBit = PrivateBit(header);
@@ -226,151 +201,170 @@ KxResult ParseFirstFrame(Class_ZStream* stream, uint32_t header, MP3Info* info, 
   rec.originalBit = OriginalBit(header);
   rec.emphasis = EmphasisBits(header);
   CopyOut(rec.generic.channelModeName, 64, kModeNames[ModeBits(header)]);
-  out.samplesPerFrame = spf;
+  out.samplesPerFrame = SamplesPerFrame(header);
+}
 
-  // --- VBR header ---
-  bool haveCount = false;
-  bool vbriFound = false;
-  bool tagFound = false;
-  bool identified = false;
-  std::u16string encoder;
+// What the Xing/Info header gave.
+struct XingHeader {
+  bool found = false;      // "Xing" or "Info" after the side information
+  bool complete = false;   // every field its flags announce could be read
+  bool haveCount = false;  // it has a frames field
+  uint32_t end = 0;        // bytes from the frame start to the end of its fields
+};
+
+// A "Xing" or "Info" header after the side information of the first frame: its
+// flags, then each field whose flag is set (frames, bytes, table of contents,
+// quality).
+XingHeader ReadXingHeader(Class_ZStream* stream, int64_t frameStart, uint32_t header, StreamLayout& out) {
+  XingHeader x;
+  uint8_t id[4];
+  const uint32_t xingOffset = 4 + SideInfoBytes(header);
+  if (!SeekTo(stream, frameStart + xingOffset) || !ReadExact(stream, id, 4) ||
+      (std::memcmp(id, "Xing", 4) != 0 && std::memcmp(id, "Info", 4) != 0)) {
+    return x;
+  }
+  x.found = true;
+  out.vbrKind = std::memcmp(id, "Xing", 4) == 0 ? 1 : 0;
+  out.vbrHeaderFrame = 1;
+  x.end = xingOffset + 4;
+  bool ok = true;
+  uint8_t word[4];
+  auto field = [&](uint32_t* value) {
+    ok = ok && ReadExact(stream, word, 4);
+    if (ok) {
+      *value = BigEndian32(word);
+      x.end += 4;
+    }
+    return ok;
+  };
+  uint32_t flags = 0;
+  if (field(&flags)) out.xingFlags = flags;
+  uint32_t value = 0;
+  if (ok && (flags & kXingFlagFrames) && field(&value)) {
+    out.frameCount = value;
+    x.haveCount = true;
+  }
+  if (ok && (flags & kXingFlagBytes) && field(&value)) out.xingBytes = value;
+  if (ok && (flags & kXingFlagToc)) {
+    ok = ReadExact(stream, out.xingToc, kTocBytes);
+    if (ok) {
+      out.hasToc = 1;
+      x.end += kTocBytes;
+    }
+  }
+  if (ok && (flags & kXingFlagQuality) && field(&value)) out.xingQuality = value;
+  x.complete = ok;
+  return x;
+}
+
+// What the encoder tag after the Xing fields gave.
+struct EncoderTag {
+  bool found = false;  // a "LAME"/"GOGO" tag, or another vouched for by its CRC
+  std::u16string name;
   uint32_t delay = 0;
   uint32_t padding = 0;
+};
 
-  uint8_t id[4];
-  const uint32_t xingOffset = 4 + sideInfo;
-  if (SeekTo(stream, frameStart + xingOffset) && ReadExact(stream, id, 4) &&
-      (std::memcmp(id, "Xing", 4) == 0 || std::memcmp(id, "Info", 4) == 0)) {
-    out.vbrKind = std::memcmp(id, "Xing", 4) == 0 ? 1 : 0;
-    out.vbrHeaderFrame = 1;
-    uint32_t xingEnd = xingOffset + 4;
-    bool ok = true;
-    uint8_t word[4];
-    auto field = [&](uint32_t* value) {
-      ok = ok && ReadExact(stream, word, 4);
-      if (ok) {
-        *value = BigEndian32(word);
-        xingEnd += 4;
-      }
-      return ok;
-    };
-    uint32_t flags = 0;
-    if (field(&flags)) out.xingFlags = flags;
-    uint32_t value = 0;
-    if (ok && (flags & kXingFlagFrames) && field(&value)) {
-      out.frameCount = value;
-      haveCount = true;
-    }
-    if (ok && (flags & kXingFlagBytes) && field(&value)) out.xingBytes = value;
-    if (ok && (flags & kXingFlagToc)) {
-      ok = ReadExact(stream, out.xingToc, kTocBytes);
-      if (ok) {
-        out.hasToc = 1;
-        xingEnd += kTocBytes;
-      }
-    }
-    if (ok && (flags & kXingFlagQuality) && field(&value)) out.xingQuality = value;
+// The encoder tag after the Xing fields (which end `xingEnd` bytes into the frame),
+// checked by its CRC-16, or looked for by sliding when the CRC is not found.
+EncoderTag ReadEncoderTag(Class_ZStream* stream, int64_t frameStart, uint32_t frameLength, uint32_t xingEnd) {
+  EncoderTag t;
+  if (frameLength < xingEnd || frameLength - xingEnd < kMinTagRoom) return t;
+  // The frame plus room for a tag that slides towards its end.
+  uint8_t frame[2048 + kEncoderTagBytes];
+  uint32_t want = frameLength + kEncoderTagBytes;
+  if (want > sizeof(frame)) want = sizeof(frame);
+  const uint32_t got = SeekTo(stream, frameStart) ? ReadSome(stream, frame, want) : 0;
 
-    // --- Encoder tag ---
-    if (ok && frameLength >= xingEnd && frameLength - xingEnd >= kMinTagRoom) {
-      // The frame plus room for a tag that slides towards its end.
-      uint8_t frame[2048 + kEncoderTagBytes];
-      uint32_t want = frameLength + kEncoderTagBytes;
-      if (want > sizeof(frame)) want = sizeof(frame);
-      uint32_t got = SeekTo(stream, frameStart) ? ReadSome(stream, frame, want) : 0;
-
-      // CRC over the first N bytes; its word is looked for from N onward within the
-      // first 256 bytes. Only a tag right after the Xing fields (distance 0) can match
-      // in practice, since the summed range stays N bytes.
-      const uint32_t n = xingEnd + kEncoderTagCrcSpan;
-      const uint32_t window = got < kCrcWindow ? got : kCrcWindow;
-      bool crcGood = false;
-      uint32_t tagPos = xingEnd;
-      if (n + 2 <= window) {
-        uint16_t crc = EncoderTagCrc16(frame, n);
-        for (uint32_t p = n; p + 2 <= window; ++p) {
-          if (((frame[p] << 8) | frame[p + 1]) == crc) {
-            crcGood = true;
-            tagPos = xingEnd + (p - n);
-            break;
-          }
-        }
+  // CRC over the first N bytes; its word is looked for from N onward within the
+  // first 256 bytes. Only a tag right after the Xing fields (distance 0) can match
+  // in practice, since the summed range stays N bytes.
+  const uint32_t n = xingEnd + kEncoderTagCrcSpan;
+  const uint32_t window = got < kCrcWindow ? got : kCrcWindow;
+  bool crcGood = false;
+  uint32_t tagPos = xingEnd;
+  if (n + 2 <= window) {
+    const uint16_t crc = EncoderTagCrc16(frame, n);
+    for (uint32_t p = n; p + 2 <= window; ++p) {
+      if (((frame[p] << 8) | frame[p + 1]) == crc) {
+        crcGood = true;
+        tagPos = xingEnd + (p - n);
+        break;
       }
-      auto isKnownTag = [&](uint32_t p) {
-        return p + 4 <= got && (std::memcmp(frame + p, "LAME", 4) == 0 || std::memcmp(frame + p, "GOGO", 4) == 0);
-      };
-      if (!crcGood) {
-        while (!isKnownTag(tagPos) && frameLength >= tagPos && frameLength - tagPos >= kSlideRoom) ++tagPos;
-      }
-      if (tagPos + kEncoderTagBytes <= got) {
-        const uint8_t* tag = frame + tagPos;
-        if (isKnownTag(tagPos)) {
-          tagFound = true;
-          encoder = TagEncoderName(tag);
-          if (!crcGood) Append(encoder, " [Bad CRC]");
-        } else if (crcGood) {
-          // Another encoder writing the same tag layout, vouched for by the CRC.
-          tagFound = true;
-          encoder = OtherEncoderName(tag);
-        }
-        if (tagFound) {
-          identified = true;
-          delay = tag[21] * 16u + tag[22] / 16u;
-          padding = (tag[22] % 16u) * 256u + tag[23];
-        }
-      }
-    }
-  } else {
-    uint8_t vbri[kVbriBytes];
-    if (SeekTo(stream, frameStart + kVbriOffset) && ReadSome(stream, vbri, kVbriBytes) == kVbriBytes &&
-        std::memcmp(vbri, "VBRI", 4) == 0) {
-      out.frameCount = BigEndian32(vbri + kVbriFramesOffset);
-      out.vbrKind = 1;
-      haveCount = true;
-      vbriFound = true;
     }
   }
+  auto isKnownTag = [&](uint32_t p) {
+    return p + 4 <= got && (std::memcmp(frame + p, "LAME", 4) == 0 || std::memcmp(frame + p, "GOGO", 4) == 0);
+  };
+  if (!crcGood) {
+    while (!isKnownTag(tagPos) && frameLength >= tagPos && frameLength - tagPos >= kSlideRoom) ++tagPos;
+  }
+  if (tagPos + kEncoderTagBytes > got) return t;
+  const uint8_t* tag = frame + tagPos;
+  if (isKnownTag(tagPos)) {
+    t.found = true;
+    t.name = TagEncoderName(tag);
+    if (!crcGood) Append(t.name, " [Bad CRC]");
+  } else if (crcGood) {
+    // Another encoder writing the same tag layout, vouched for by the CRC.
+    t.found = true;
+    t.name = OtherEncoderName(tag);
+  }
+  if (t.found) {
+    t.delay = tag[21] * 16u + tag[22] / 16u;
+    t.padding = (tag[22] % 16u) * 256u + tag[23];
+  }
+  return t;
+}
 
-  // --- Frame count ---
+// A "VBRI" header 36 bytes into the first frame: its frame count.
+bool ReadVbriHeader(Class_ZStream* stream, int64_t frameStart, StreamLayout& out) {
+  uint8_t vbri[kVbriBytes];
+  if (!SeekTo(stream, frameStart + kVbriOffset) || ReadSome(stream, vbri, kVbriBytes) != kVbriBytes ||
+      std::memcmp(vbri, "VBRI", 4) != 0) {
+    return false;
+  }
+  out.frameCount = BigEndian32(vbri + kVbriFramesOffset);
+  out.vbrKind = 1;
+  return true;
+}
+
+// The frame count of a stream whose VBR header gives none: the frames are walked
+// from the first (after a header frame, which holds no audio and is not counted).
+void CountByWalking(Class_ZStream* stream, int64_t frameStart, uint32_t frameLength, uint32_t header,
+                    uint32_t openFlags, StreamLayout& out) {
   const int64_t audioEnd = static_cast<int64_t>(out.audioStart + out.audioLength);
-  if (haveCount) {
-    out.countSource = MP3_HEADER_FLAG_COUNT_FROM_HEADER;
-    out.outputLimitInForce = 1;
+  const int64_t walkFrom = frameStart + (out.vbrHeaderFrame ? frameLength : 0);
+  uint32_t previous = header;
+  if (out.vbrHeaderFrame) WordAt(stream, walkFrom, &previous);
+  const WalkResult w = WalkFrames(stream, walkFrom, audioEnd, previous, (openFlags & OPEN_FLAG_FULL_SCAN) != 0);
+  out.frameCount = w.frames;
+  out.bitrateChangeFrame = w.bitrateChangeFrame;
+  if (w.estimated) {
+    out.countSource = MP3_HEADER_FLAG_ESTIMATED;
   } else {
-    // A frame that carries only a VBR header is not counted: it holds no audio.
-    int64_t walkFrom = frameStart + (out.vbrHeaderFrame ? frameLength : 0);
-    uint32_t previous = header;
-    if (out.vbrHeaderFrame) WordAt(stream, walkFrom, &previous);
-    WalkResult w = WalkFrames(stream, walkFrom, audioEnd, previous, (openFlags & OPEN_FLAG_FULL_SCAN) != 0);
-    out.frameCount = w.frames;
-    if (w.bitrateChangeFrame != 0) out.vbrKind = w.bitrateChangeFrame;
-    if (w.estimated) {
-      out.countSource = MP3_HEADER_FLAG_ESTIMATED;
-    } else {
-      out.countSource = MP3_HEADER_FLAG_SCANNED;
-      out.outputLimitInForce = 1;
-    }
+    out.countSource = MP3_HEADER_FLAG_SCANNED;
+    out.outputLimitInForce = 1;
   }
+}
 
-  // --- Delay and padding ---
-  out.encoderDelay = delay;
-  out.encoderPadding = padding;
-  out.samplesRemoved = delay + padding;
-  // With an encoder tag the open skips the encoder delay, the decoder's own delay
-  // and the header frame (decoded as one frame of silence); without one it skips
-  // only the silent header frame, so that no audio is lost.
-  // A "VBRI" frame is decoded like any other frame but holds no audio either.
-  out.skipAtStart = (tagFound ? delay + kDecoderDelay : 0) + (out.vbrHeaderFrame || vbriFound ? spf : 0);
-  CopyOut(out.encoderName, 64, encoder);
+// The record's "VBR header kind": a walked stream whose bitrate changes reports the
+// frame where it first changed, any other the header's kind.
+uint32_t RecordVbrKind(const StreamLayout& out) {
+  return out.bitrateChangeFrame != 0 ? out.bitrateChangeFrame : out.vbrKind;
+}
 
-  // --- Derived fields ---
+// Total PCM bytes, playing time, bitrate, format flags and description. False when
+// the total is not positive.
+bool DeriveFields(uint32_t header, const StreamLayout& out, bool identified, const std::u16string& encoder,
+                  MP3Info& rec) {
+  const uint32_t version = VersionIndex(header);
+  const uint32_t rate = kSampleRates[RateCode(header)];
+  const uint32_t channels = Channels(header);
   const int64_t total = static_cast<int64_t>(version == 0 ? 2 : 1) * out.frameCount * channels * 1152 -
                         static_cast<int64_t>(out.samplesRemoved) * channels * 2;
-  if (total <= 0) {
-    SeekTo(stream, frameStart);
-    return refuse(AF_E_BAD_FORMAT);
-  }
-  const bool vbr = out.vbrKind != 0;
+  if (total <= 0) return false;
+  const bool vbr = RecordVbrKind(out) != 0;
   rec.generic.totalPcmBytes = static_cast<uint64_t>(total);
   rec.generic.playTimeMs = static_cast<uint64_t>(total) * 1000 / (static_cast<uint64_t>(rate) * channels * 2);
   rec.generic.bitrateKbps =
@@ -398,12 +392,80 @@ KxResult ParseFirstFrame(Class_ZStream* stream, uint32_t header, MP3Info* info, 
   CopyOut(rec.generic.description, 128, description);
 
   rec.frameCount = out.frameCount;
-  rec.vbrKind = out.vbrKind;
-  rec.encoderDelay = out.skipAtStart;
+  rec.vbrKind = RecordVbrKind(out);
+  rec.startSkip = out.startSkip;
   rec.samplesRemoved = out.samplesRemoved;
   rec.vbrHeaderFrame = out.vbrHeaderFrame;
   rec.headerFlags = out.countSource | (identified ? MP3_HEADER_FLAG_ENCODER_IDENTIFIED : 0);
+  return true;
+}
 
+}  // namespace
+
+KxResult ParseFirstFrame(Class_ZStream* stream, uint32_t header, MP3Info* info, uint32_t openFlags,
+                         StreamLayout* layout) {
+  MP3Info localInfo{};
+  StreamLayout localLayout{};
+  MP3Info& rec = info ? *info : localInfo;
+  StreamLayout& out = layout ? *layout : localLayout;
+
+  // Header fields that the parser owns in the layout, cleared for a fresh start.
+  auto clearParsed = [&out]() {
+    StreamLayout keep = out;
+    out = StreamLayout{};
+    out.containerType = keep.containerType;
+    out.audioStart = keep.audioStart;
+    out.audioLength = keep.audioLength;
+    out.firstHeader = keep.firstHeader;
+  };
+  auto refuse = [&](KxResult code) {
+    rec = MP3Info{};
+    clearParsed();
+    return code;
+  };
+  clearParsed();
+
+  // 1. The header.
+  const KxResult checked = CheckFirstHeader(header);
+  if (checked != AF_S_OK) return refuse(checked);
+  int64_t frameStart = static_cast<int64_t>(out.audioStart);
+  if (!Tell(stream, &frameStart)) frameStart = static_cast<int64_t>(out.audioStart);
+  FillHeaderFields(header, rec, out);
+  const uint32_t frameLength = HeaderFrameLength(header);
+
+  // 2. The VBR header: "Xing"/"Info" with its encoder tag, or "VBRI".
+  const XingHeader xing = ReadXingHeader(stream, frameStart, header, out);
+  EncoderTag tag;
+  bool vbriFound = false;
+  if (xing.found) {
+    if (xing.complete) tag = ReadEncoderTag(stream, frameStart, frameLength, xing.end);
+  } else {
+    vbriFound = ReadVbriHeader(stream, frameStart, out);
+  }
+
+  // 3. The frame count: from the header, or by walking the frames.
+  if (xing.haveCount || vbriFound) {
+    out.countSource = MP3_HEADER_FLAG_COUNT_FROM_HEADER;
+    out.outputLimitInForce = 1;
+  } else {
+    CountByWalking(stream, frameStart, frameLength, header, openFlags, out);
+  }
+
+  // 4. Delay and padding. With an encoder tag the open skips the encoder delay, the
+  // decoder's own delay and the header frame (decoded as one frame of silence);
+  // without one it skips only the silent header frame, so that no audio is lost.
+  // A "VBRI" frame is decoded like any other frame but holds no audio either.
+  out.encoderDelay = tag.delay;
+  out.encoderPadding = tag.padding;
+  out.samplesRemoved = tag.delay + tag.padding;
+  out.startSkip = (tag.found ? tag.delay + kDecoderDelay : 0) + (out.vbrHeaderFrame || vbriFound ? out.samplesPerFrame : 0);
+  CopyOut(out.encoderName, 64, tag.name);
+
+  // 5. The derived fields.
+  if (!DeriveFields(header, out, tag.found, tag.name, rec)) {
+    SeekTo(stream, frameStart);
+    return refuse(AF_E_BAD_FORMAT);
+  }
   SeekTo(stream, frameStart);
   return AF_S_OK;
 }

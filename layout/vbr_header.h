@@ -8,7 +8,7 @@
 
 #include "../host/kx_result_codes.h"
 #include "../host/zstream.h"
-#include "../plugin/records.h"
+#include "../host/kx_mp3_info.h"
 #include "container.h"
 
 namespace kxmp3 {

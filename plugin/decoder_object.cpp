@@ -28,10 +28,10 @@ Class_KXMP3::~Class_KXMP3() = default;
 
 KxResult Class_KXMP3::ResetData() {
   if (state_.stream != nullptr) state_.stream->Release();
-  if (state_.frameIndex != nullptr) ZCoreFree(state_.frameIndex);
+  if (state_.engine.frameIndex != nullptr) ZCoreFree(state_.engine.frameIndex);
   if (state_.pcmBuffer != nullptr) ZCoreFree(state_.pcmBuffer);
-  if (state_.workBlockRaw != nullptr) ZCoreFree(state_.workBlockRaw);
-  if (state_.reservoir != nullptr) ZCoreFree(state_.reservoir);
+  if (state_.engine.workBlockRaw != nullptr) ZCoreFree(state_.engine.workBlockRaw);
+  if (state_.engine.reservoir != nullptr) ZCoreFree(state_.engine.reservoir);
   std::memset(&state_, 0, sizeof(state_));
   return Class_KXAudioFile::ResetData();
 }

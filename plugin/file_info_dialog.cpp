@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "../host/kx_comment_record.h"
 #include "../host/kxcore.h"
 #include "../platform/kx_platform.h"
 #include "../tags/genres.h"

@@ -16,6 +16,7 @@
 #include "../host/kxaudiofile.h"
 #include "../host/zcom.h"
 #include "../host/zss_plugin.h"
+#include "../layout/seeking.h"
 #include "decoder_state.h"
 
 // The decoder object. Both host bases are virtual so that the object carries one
@@ -67,8 +68,23 @@ class Class_KXMP3 : public virtual Class_ZCOM, public virtual Class_KXAudioFile 
   bool ReadyToDecode() { return Opened() && (state_.openFlags & OPEN_FLAG_INFO_ONLY) == 0; }
   // The open sequence proper; raises kxmp3::OpenFailure (open.cpp).
   void OpenSequence(const OpenParams& params, Class_ZStream*& stream);
+
+  // The delivery cursor over the frame buffer (pcm_delivery.cpp): the only code
+  // that moves pcmReadPos and pcmFill.
+  // Marks the frame buffer empty (nothing buffered).
+  void EmptyFrameBuffer();
   // Skips `skipBytes` of decoded PCM through the frame buffer (open and Rewind).
   KxResult SkipStartBytes(uint64_t skipBytes);
+  // Leaves exactly `bytes` of the frame buffer unread (a relative seek within it).
+  void KeepUnread(uint32_t bytes);
+  // After a seek restarted the engine: nothing buffered, and the end of the data
+  // reached or not.
+  void RestartDelivery(bool atEnd);
+  // Decodes the frame a seek targets into the frame buffer and drops its first
+  // `offset` bytes. Returns the decode step's result.
+  KxResult EnterFrameAt(uint32_t offset);
+  // Where decoding stands, for the position arithmetic (position_time.cpp).
+  kxmp3::DeliveryPosition Position() const;
 
   kxmp3::DecoderState state_;
 };
@@ -80,11 +96,17 @@ struct OpenFailure {
   KxResult code;
 };
 
-// Runs one decode step for the frame buffer (intoCaller 0) or the caller's buffer
-// (intoCaller 1, `count` bytes of room in, bytes written out): SkipFrame while no
-// frame has been read and the first frame carries only a VBR header, DecodeFrame in
-// every other case.
-KxResult DecodeStep(DecoderState& state, int intoCaller, void* output, int32_t* count);
+// One decode step of the delivery (pcm_delivery.cpp): the engine decodes the next
+// frame (SkipFrame for a first frame that carries only a VBR header, DecodeFrame
+// otherwise) into the caller's buffer (intoCaller 1, when its `count` bytes of room
+// hold a whole frame) or into the frame buffer (intoCaller 0, or too little room;
+// then the cursor is reset to the frame's start), and the frame's yield is cut at
+// the output limit. On return *count (when given) holds the bytes written into the
+// caller's buffer. Status: the engine's (see engine/decode_frame.h), with
+// AF_E_ROOM_TOO_SMALL (0x3125) when a frame offered the caller's buffer went to the
+// frame buffer, and AF_S_END_OF_DATA (with the end-of-data flag set) when the
+// stream ended or the output limit was reached.
+KxResult DeliverFrame(DecoderState& state, int intoCaller, void* output, int32_t* count);
 
 }  // namespace kxmp3
 

@@ -13,6 +13,7 @@
 #include "../engine/output.h"
 #include "../host/kxcore.h"
 #include "../layout/container.h"
+#include "../tags/tag_merge.h"
 #include "kxmp3.h"
 #include "open_steps.h"
 
@@ -37,6 +38,13 @@ uint8_t* AlignWorkBlock(uint8_t* raw) {
   // full 16 bytes, which the 16 spare bytes of the allocation leave room for.
   const auto low = static_cast<uint32_t>(reinterpret_cast<uintptr_t>(raw) & 15u);
   return raw + (16u - low);
+}
+
+void ReadTagsStep(Class_ZStream* stream, uint32_t containerType, Class_KXMP3& object) {
+  DecoderState& s = object.State();
+  // The readers set the ReplayGain record for the containers whose tags can carry
+  // it (and empty it for a bare stream); a RIFF container leaves it as it is.
+  object.SetCommentSource(ReadTagsForContainer(stream, containerType, &s.replayGain));
 }
 
 }  // namespace kxmp3
@@ -94,11 +102,12 @@ void Class_KXMP3::OpenSequence(const OpenParams& params, Class_ZStream*& stream)
   s.frameCount = layout.frameCount;
   s.mpegVersion = info.mpegVersion;
   // Every frame header the engine reads is checked against this word first.
-  s.referenceHeader = header;
+  s.engine.referenceHeader = header;
+  s.engine.skipFirstFrame = info.vbrHeaderFrame;
   // The open and every Rewind skip the whole start delay (encoder delay, decoder
   // delay and a first frame), not just the encoder's figure.
-  s.lameDelay = layout.skipAtStart;
-  s.seekMode = layout.countSource;
+  s.startSkip = layout.startSkip;
+  s.countSource = layout.countSource;
   s.outputLimitInForce = layout.outputLimitInForce;
   static_assert(sizeof(s.encoderName) == sizeof(layout.encoderName));
   std::memcpy(s.encoderName, layout.encoderName, sizeof(s.encoderName));
@@ -108,9 +117,9 @@ void Class_KXMP3::OpenSequence(const OpenParams& params, Class_ZStream*& stream)
     s.info.generic.bitsPerSample = 64;
     s.info.generic.totalPcmBytes *= 4;
     s.info.generic.formatFlags |= AFI_FLAG_FLOAT;
-    s.bytesPerSample = 8;
+    s.engine.bytesPerSample = 8;
   } else {
-    s.bytesPerSample = 2;
+    s.engine.bytesPerSample = 2;
   }
 
   // 4. Tags: the merged comment record goes to the base, ReplayGain to the state.
@@ -130,58 +139,40 @@ void Class_KXMP3::OpenSequence(const OpenParams& params, Class_ZStream*& stream)
   // 7. De-emphasis coefficients (and a cleared filter), unless switched off.
   if ((params.flags & OPEN_FLAG_NO_DEEMPHASIS) != 0) {
     s.openFlags |= OPEN_FLAG_NO_DEEMPHASIS;
+    s.engine.noDeemphasis = 1;
   } else {
-    SetupDeemphasis(s, s.info.generic.sampleRate);
+    SetupDeemphasis(s.engine, s.info.generic.sampleRate);
   }
 
   // 8. Buffers. Allocation results are not tested: the core allocator does not
   // fail short of exhausting the process.
+  EngineState& e = s.engine;
   const uint32_t channels = s.info.generic.channels;
-  s.granuleBytes = 576u * channels * s.bytesPerSample;
-  s.pcmBufferSize = s.mpegVersion == 1 ? 2u * s.granuleBytes : s.granuleBytes;
+  e.granuleBytes = 576u * channels * e.bytesPerSample;
+  e.frameBytes = s.mpegVersion == 1 ? 2u * e.granuleBytes : e.granuleBytes;
+  s.pcmBufferSize = e.frameBytes;
   s.pcmBuffer = static_cast<uint8_t*>(ZCoreAlloc(ZMEM_PLAIN, s.pcmBufferSize));
-  s.pcmReadPos = s.pcmBufferSize;
-  s.pcmFill = 0;
-  s.workBlockRaw = static_cast<uint8_t*>(ZCoreAlloc(ZMEM_ZEROED, kWorkBlockRawBytes));
-  s.workBlock = AlignWorkBlock(s.workBlockRaw);
-  s.workBlockHigh = s.workBlock + kSynthesisAreaBytes;
-  s.reservoir = static_cast<uint8_t*>(ZCoreAlloc(ZMEM_ZEROED, kReservoirBytes));
-  s.reservoirWriteIndex = 0;
-  s.reservoirBitPos = 0;
+  EmptyFrameBuffer();
+  e.workBlockRaw = static_cast<uint8_t*>(ZCoreAlloc(ZMEM_ZEROED, kWorkBlockRawBytes));
+  e.workBlock = AlignWorkBlock(e.workBlockRaw);
+  e.workBlockHigh = e.workBlock + kSynthesisAreaBytes;
+  e.reservoir = static_cast<uint8_t*>(ZCoreAlloc(ZMEM_ZEROED, kReservoirBytes));
+  e.reservoirWriteIndex = 0;
+  e.reservoirBitPos = 0;
   // Room for the frames the stream can hold: the header's frame count, but never
   // more than the audio bytes allow, since a header may claim billions of frames
   // in a small file (and a count near 2^32 would wrap the entry count).
   const uint64_t mostFrames = s.audioLength / kSmallestFrameBytes + 1;
-  s.frameIndexCapacity = static_cast<uint32_t>(std::min<uint64_t>(s.frameCount, mostFrames)) + kFrameIndexSlack;
-  s.frameIndex = static_cast<FrameIndexEntry*>(
-      ZCoreAlloc(ZMEM_ZEROED, static_cast<std::size_t>(s.frameIndexCapacity) * sizeof(FrameIndexEntry)));
-  s.frameIndex[0].offset = ~uint64_t{0};
+  e.frameIndexCapacity = static_cast<uint32_t>(std::min<uint64_t>(s.frameCount, mostFrames)) + kFrameIndexSlack;
+  e.frameIndex = static_cast<FrameIndexEntry*>(
+      ZCoreAlloc(ZMEM_ZEROED, static_cast<std::size_t>(e.frameIndexCapacity) * sizeof(FrameIndexEntry)));
+  e.frameIndex[0].offset = ~uint64_t{0};
 
   // 9. Output limit, and decoding ahead over the start skip.
   s.pcmTotalBytes = s.info.generic.totalPcmBytes;
-  if (s.lameDelay != 0) {
-    const uint64_t skip = uint64_t{s.lameDelay} * s.bytesPerSample * channels;
+  if (s.startSkip != 0) {
+    const uint64_t skip = uint64_t{s.startSkip} * e.bytesPerSample * channels;
     s.pcmTotalBytes += skip;
     SkipStartBytes(skip);
   }
-}
-
-KxResult Class_KXMP3::SkipStartBytes(uint64_t skipBytes) {
-  DecoderState& s = state_;
-  uint64_t left = skipBytes;
-  while (left > 0) {
-    const KxResult rc = DecodeStep(s, 0, nullptr, nullptr);
-    if (rc != AF_S_OK && rc != AF_S_FRAME_ERROR && rc != AF_E_UNDERFLOW) {
-      // End of data or a decoder failure: nothing more to skip over; the frame
-      // buffer's contents are not trusted.
-      s.pcmReadPos = s.pcmFill;
-      return rc;
-    }
-    const uint32_t available = s.pcmFill > s.pcmReadPos ? s.pcmFill - s.pcmReadPos : 0;
-    const auto take = static_cast<uint32_t>(std::min<uint64_t>(left, available));
-    s.pcmReadPos += take;
-    left -= take;
-    if (s.endOfData != 0 && left > 0 && s.pcmReadPos >= s.pcmFill) return AF_S_END_OF_DATA;
-  }
-  return AF_S_OK;
 }

@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "../engine/byte_order.h"
 #include "comment_record.h"
 #include "genres.h"
 #include "id3v1.h"
@@ -19,11 +20,6 @@
 
 namespace kxmp3 {
 namespace {
-
-uint32_t LittleEndian32(const uint8_t* p) {
-  return static_cast<uint32_t>(p[0]) | (static_cast<uint32_t>(p[1]) << 8) | (static_cast<uint32_t>(p[2]) << 16) |
-         (static_cast<uint32_t>(p[3]) << 24);
-}
 
 std::u16string Ascii(const char* text) {
   std::u16string wide;

@@ -6,7 +6,7 @@
 #include <cstdint>
 
 #include "../host/zstream.h"
-#include "../plugin/records.h"
+#include "../host/kx_replaygain_record.h"
 #include "ape_fields.h"
 #include "mac_io.h"
 

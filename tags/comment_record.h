@@ -3,7 +3,7 @@
 // base class and the host copies out. Every tag reader ends in one of these; the open
 // sequence merges several into one (tag_merge.h).
 //
-// Layout: the CommentRecordHeader of plugin/records.h (FourCC ZAFC, total size, seven
+// Layout: the CommentRecordHeader of host/kx_comment_record.h (FourCC ZAFC, total size, seven
 // character offsets), then the seven zero-terminated UTF-16 strings back to back from
 // byte 64. Records are allocated with ZCoreAlloc(ZMEM_ZEROED, ...) and released with
 // ZCoreFree by whoever holds them last.
@@ -13,7 +13,7 @@
 #include <cstdint>
 #include <string>
 
-#include "../plugin/records.h"
+#include "../host/kx_comment_record.h"
 
 namespace kxmp3 {
 
@@ -33,7 +33,7 @@ void* MergeCommentRecords(const void* primary, const void* secondary);
 // Total size of a record in bytes (0 for null or a block that is not a record).
 uint32_t CommentRecordSize(const void* record);
 
-// The text of field `field` (kComment* of plugin/records.h). Defensive: a null record,
+// The text of field `field` (kComment* of host/kx_comment_record.h). Defensive: a null record,
 // a wrong FourCC, an offset outside the record or a missing terminator gives "" (or
 // the text up to the record's end), never a read outside the block.
 std::u16string CommentRecordField(const void* record, int field);

@@ -7,7 +7,7 @@
 #include <cstdint>
 
 #include "../host/zstream.h"
-#include "../plugin/records.h"
+#include "../host/kx_replaygain_record.h"
 
 namespace kxmp3 {
 

@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "../engine/byte_order.h"
 #include "../host/kxcore.h"
 #include "comment_record.h"
 #include "genres.h"
@@ -61,13 +62,6 @@ const IdMapping kV22Ids[] = {
 uint32_t SyncSafe32(const uint8_t* p) {
   return (static_cast<uint32_t>(p[0] & 0x7F) << 21) | (static_cast<uint32_t>(p[1] & 0x7F) << 14) |
          (static_cast<uint32_t>(p[2] & 0x7F) << 7) | static_cast<uint32_t>(p[3] & 0x7F);
-}
-uint32_t BigEndian32(const uint8_t* p) {
-  return (static_cast<uint32_t>(p[0]) << 24) | (static_cast<uint32_t>(p[1]) << 16) |
-         (static_cast<uint32_t>(p[2]) << 8) | static_cast<uint32_t>(p[3]);
-}
-uint32_t BigEndian24(const uint8_t* p) {
-  return (static_cast<uint32_t>(p[0]) << 16) | (static_cast<uint32_t>(p[1]) << 8) | static_cast<uint32_t>(p[2]);
 }
 
 // Swaps the bytes of every whole pair in p[0..bytes); an odd last byte stays.

@@ -9,7 +9,7 @@
 #include <string>
 
 #include "../host/zstream.h"
-#include "../plugin/records.h"
+#include "../host/kx_replaygain_record.h"
 
 namespace kxmp3 {
 

@@ -1,13 +1,13 @@
 // ReplayGain values from tag text. The ID3v2 reader hands every "TXXX" frame here as
 // one wide buffer (description, a zero, the value); the APE reader uses the number
 // reading below on its four items. Results land in a ReplayGainRecord (RPGI, 44
-// bytes, plugin/records.h) that the decoder object answers GetInfo(RPGI) with.
+// bytes, host/kx_replaygain_record.h) that the decoder object answers GetInfo(RPGI) with.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 
-#include "../plugin/records.h"
+#include "../host/kx_replaygain_record.h"
 
 namespace kxmp3 {
 

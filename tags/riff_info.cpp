@@ -10,6 +10,7 @@
 #include <cstring>
 #include <string>
 
+#include "../engine/byte_order.h"
 #include "../host/kxcore.h"
 #include "comment_record.h"
 #include "text_convert.h"
@@ -27,11 +28,6 @@ const InfoChunk kInfoChunks[] = {
     {"IART", kArtist}, {"INAM", kTitle}, {"IPRD", kAlbum}, {"ICRD", kYear},
     {"ITRK", kTrack},  {"IGNR", kGenre}, {"ICMT", kComment},
 };
-
-uint32_t LittleEndian32(const uint8_t* p) {
-  return static_cast<uint32_t>(p[0]) | (static_cast<uint32_t>(p[1]) << 8) | (static_cast<uint32_t>(p[2]) << 16) |
-         (static_cast<uint32_t>(p[3]) << 24);
-}
 
 bool ReadExact(Class_ZStream* stream, void* buffer, uint32_t bytes) {
   uint32_t got = 0;

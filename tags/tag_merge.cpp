@@ -4,7 +4,7 @@
 #include <string>
 
 #include "../host/kxcore.h"
-#include "../layout/container.h"
+#include "../host/kx_mp3_info.h"
 #include "ape_tag.h"
 #include "comment_record.h"
 #include "id3v1.h"

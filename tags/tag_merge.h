@@ -12,11 +12,11 @@
 #include <cstdint>
 
 #include "../host/zstream.h"
-#include "../plugin/records.h"
+#include "../host/kx_replaygain_record.h"
 
 namespace kxmp3 {
 
-// Runs the readers for `containerType` (kContainer* of layout/container.h) and returns
+// Runs the readers for `containerType` (kContainer* of host/kx_mp3_info.h) and returns
 // the merged comment record (core memory, for Class_KXAudioFile::SetCommentSource), or
 // null when no tag was found. `objectReplayGain` is the decoder object's record. The
 // stream position is restored.

@@ -9,7 +9,9 @@
 #include <vector>
 
 #include "host/kx_result_codes.h"
-#include "plugin/records.h"
+#include "host/kx_comment_record.h"
+#include "host/kx_mp3_info.h"
+#include "host/kx_replaygain_record.h"
 #include "support/memory_stream.h"
 
 namespace kxfuzz {

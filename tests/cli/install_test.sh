@@ -22,7 +22,7 @@ expected="44100 Hz, 2 channels, 176400 samples"
 
 cmake --install "$build" --prefix "$prefix" >/dev/null
 for f in bin/kxhost lib/kxmp3/plugins/KXMP3Lib.zss lib/libKXLibCore.so lib/libKXAFLib.so lib/libKXPlatform.so \
-         include/kxmp3/host/kxaudiofile.h include/kxmp3/platform/kx_platform.h include/kxmp3/plugin/records.h \
+         include/kxmp3/host/kxaudiofile.h include/kxmp3/platform/kx_platform.h include/kxmp3/host/kx_mp3_info.h \
          lib/cmake/KXMP3Lib/KXMP3LibConfig.cmake lib/pkgconfig/kxmp3lib.pc share/man/man1/kxhost.1; do
   [ -e "$prefix/$f" ] || { echo "not installed: $f"; exit 1; }
 done

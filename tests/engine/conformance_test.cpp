@@ -9,7 +9,7 @@
 #include <cstdio>
 #include <string>
 
-#include "engine_harness.h"
+#include "support/engine/engine_harness.h"
 #include "engine/frame_header.h"
 #include "host/kx_result_codes.h"
 
@@ -232,7 +232,7 @@ TEST(ConformanceModeSwitch, DecodesWithoutCrashOrHang) {
     for (int32_t s : run.statuses) resyncs += s == int32_t{AF_S_FRAME_ERROR};
     // Channel mode may change from frame to frame without a loss of sync.
     EXPECT_EQ(resyncs, 0u);
-    EXPECT_EQ(run.pcm.size(), size_t{h->FrameCount()} * h->State().pcmBufferSize);
+    EXPECT_EQ(run.pcm.size(), size_t{h->FrameCount()} * h->State().frameBytes);
   }
 }
 

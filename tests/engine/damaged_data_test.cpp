@@ -9,8 +9,8 @@
 #include <set>
 
 #include "engine/decode_frame.h"
-#include "engine_harness.h"
-#include "frame_builder.h"
+#include "support/engine/engine_harness.h"
+#include "support/engine/frame_builder.h"
 #include "host/kx_result_codes.h"
 
 namespace kxtest {
@@ -25,7 +25,7 @@ const std::set<int32_t> kAllowed = {
 // Decodes to the end (or `maxCalls`) and checks every call's status and output.
 EngineHarness::RunResult Survive(std::unique_ptr<EngineHarness>& h, bool intoCaller, const std::string& what,
                                  uint32_t maxCalls = 20000) {
-  const uint32_t frameBytes = h->State().pcmBufferSize;
+  const uint32_t frameBytes = h->State().frameBytes;
   auto run = intoCaller ? h->DecodeAllIntoCaller(frameBytes) : h->DecodeAll(maxCalls);
   EXPECT_TRUE(run.ended) << what << ": no end after " << run.statuses.size() << " calls";
   for (int32_t s : run.statuses) EXPECT_TRUE(kAllowed.count(s) != 0) << what << ": status " << std::hex << s;
@@ -86,7 +86,7 @@ TEST(DamagedData, TruncatedAtEveryByteOfAFrame) {
   const int64_t first = FindFirstFrame(clean);
   // The sixth frame: walk five frames.
   auto probe = EngineHarness::Open(clean);
-  const uint32_t frameBytes = probe->State().pcmBufferSize;
+  const uint32_t frameBytes = probe->State().frameBytes;
   std::vector<uint8_t> sink;
   for (int i = 0; i < 5; ++i) probe->DecodeOne(sink);
   int64_t start = 0;

@@ -1,16 +1,16 @@
-// Tests of the frame driver: every status of DecodeFrame and SkipFrame, the
+// Tests of the frame driver: the statuses of DecodeFrame and SkipFrame, the
 // reservoir and its counters, the frame index and its growth, muting after damage,
-// the underflow silence and its trimming, the output limit, the choice between the
-// caller's buffer and the frame buffer, and frames whose channel count differs from
-// the stream's.
+// the underflow silence, and frames whose channel count differs from the stream's.
+// Where a frame's output goes and how it is cut at the output limit is the PCM
+// delivery's (tests/plugin/frame_delivery_test.cpp).
 #include <gtest/gtest.h>
 
 #include <cstring>
 
 #include "engine/decode_frame.h"
 #include "engine/frame_header.h"
-#include "engine_harness.h"
-#include "frame_builder.h"
+#include "support/engine/engine_harness.h"
+#include "support/engine/frame_builder.h"
 #include "host/kxcore.h"
 
 namespace kxmp3 {
@@ -23,7 +23,6 @@ using kxtest::HeaderFields;
 constexpr int32_t kOk = 0;
 constexpr int32_t kFrameError = static_cast<int32_t>(AF_S_FRAME_ERROR);
 constexpr int32_t kUnderflow = static_cast<int32_t>(AF_E_UNDERFLOW);
-constexpr int32_t kRoom = static_cast<int32_t>(AF_E_ROOM_TOO_SMALL);
 constexpr int32_t kEnd = static_cast<int32_t>(AF_S_END_OF_DATA);
 constexpr int32_t kBadFormat = static_cast<int32_t>(AF_E_BAD_FORMAT);
 
@@ -36,36 +35,8 @@ HeaderFields Mono() {
 
 void Append(std::vector<uint8_t>& d, const std::vector<uint8_t>& f) { d.insert(d.end(), f.begin(), f.end()); }
 
-// A frame that decodes to sound: every granule-channel holds 16 values of +-1
-// through table 1 and a global gain of 210, all in the frame's own main data.
-std::vector<uint8_t> ToneFrame(const HeaderFields& h, uint32_t mainDataBegin = 0) {
-  const bool mpeg1 = h.versionBits == 3;
-  const uint32_t channels = h.mode == 3 ? 1 : 2;
-  kxtest::SideFields side;
-  side.main_data_begin = mainDataBegin;
-  kxtest::BitWriter w;
-  const uint32_t granules = mpeg1 ? 2 : 1;
-  for (uint32_t gr = 0; gr < granules; ++gr) {
-    for (uint32_t ch = 0; ch < channels; ++ch) {
-      const uint32_t start = w.BitCount();
-      for (int i = 0; i < 8; ++i) kxtest::EncodePair(w, 1, (i % 2) ? 1 : -1, 1);
-      kxtest::GranuleFields& g = side.gr[gr][ch];
-      g.part2_3_length = w.BitCount() - start;
-      g.big_values = 8;
-      g.global_gain = 210;
-      g.table_select[0] = g.table_select[1] = g.table_select[2] = 1;
-      g.region0_count = 15;
-      g.region1_count = 7;
-    }
-  }
-  return kxtest::MakeFrame(h, kxtest::EncodeSideInfo(side, mpeg1, channels), w.Bytes());
-}
-
-std::vector<uint8_t> Silent(const HeaderFields& h, int count) {
-  std::vector<uint8_t> d;
-  for (int i = 0; i < count; ++i) Append(d, kxtest::SilentFrame(h));
-  return d;
-}
+using kxtest::ToneFrame;
+std::vector<uint8_t> Silent(const HeaderFields& h, int count) { return kxtest::SilentFrames(h, count); }
 
 // FrameIndexEntry is packed: its fields are read by value, never bound to a reference.
 template <typename T>
@@ -83,59 +54,6 @@ std::string FixturePath(const char* name) { return std::string(KX_TEST_DATA_DIR)
 
 // ---- statuses and targets ----
 
-TEST(DecodeFrame, DecodesIntoTheFrameBufferOrTheCallersBuffer) {
-  std::vector<uint8_t> d;
-  for (int i = 0; i < 4; ++i) Append(d, ToneFrame(Stereo()));
-  auto h = EngineHarness::Open(d);
-  ASSERT_NE(h, nullptr);
-  DecoderState& s = h->State();
-  ASSERT_EQ(s.pcmBufferSize, 1152u * 2 * 2);
-  EXPECT_EQ(DecodeFrame(s, 0, nullptr, nullptr), kOk);
-  EXPECT_EQ(s.pcmReadPos, 0u);
-  EXPECT_EQ(s.pcmFill, s.pcmBufferSize);
-  EXPECT_EQ(s.frameOutputBytes, s.pcmBufferSize);
-  EXPECT_FALSE(AllZero(s.pcmBuffer, s.pcmBufferSize));
-
-  std::vector<uint8_t> out(s.pcmBufferSize + 10, 0xEE);
-  int32_t count = static_cast<int32_t>(out.size());
-  s.pcmReadPos = s.pcmFill;  // frame buffer handed out
-  EXPECT_EQ(DecodeFrame(s, 1, out.data(), &count), kOk);
-  EXPECT_EQ(count, static_cast<int32_t>(s.pcmBufferSize));
-  EXPECT_EQ(s.pcmReadPos, s.pcmFill) << "the frame buffer is left alone";
-  EXPECT_EQ(out[s.pcmBufferSize], 0xEE) << "nothing written beyond the frame";
-  EXPECT_FALSE(AllZero(out.data(), s.pcmBufferSize));
-}
-
-TEST(DecodeFrame, CallerRoomOneByteShortGoesToTheFrameBuffer) {
-  std::vector<uint8_t> d;
-  for (int i = 0; i < 3; ++i) Append(d, ToneFrame(Stereo()));
-  auto h = EngineHarness::Open(d);
-  DecoderState& s = h->State();
-  std::vector<uint8_t> out(s.pcmBufferSize - 1, 0xEE);
-  int32_t count = static_cast<int32_t>(out.size());
-  EXPECT_EQ(DecodeFrame(s, 1, out.data(), &count), kRoom);
-  EXPECT_EQ(count, 0);
-  EXPECT_EQ(s.pcmReadPos, 0u);
-  EXPECT_EQ(s.pcmFill, s.pcmBufferSize);
-  EXPECT_EQ(s.frameCounter, 1u) << "the frame was decoded";
-  for (uint8_t b : out) ASSERT_EQ(b, 0xEE);
-  EXPECT_FALSE(AllZero(s.pcmBuffer, s.pcmBufferSize));
-}
-
-TEST(DecodeFrame, EndOfStreamSetsTheFlag) {
-  auto h = EngineHarness::Open(Silent(Stereo(), 2));
-  DecoderState& s = h->State();
-  EXPECT_EQ(DecodeFrame(s, 0, nullptr, nullptr), kOk);
-  EXPECT_EQ(DecodeFrame(s, 0, nullptr, nullptr), kOk);
-  int32_t count = 99;
-  std::vector<uint8_t> out(s.pcmBufferSize);
-  EXPECT_EQ(DecodeFrame(s, 1, out.data(), &count), kEnd);
-  EXPECT_EQ(count, 0);
-  EXPECT_EQ(s.endOfData, 1u);
-  EXPECT_EQ(s.frameOutputBytes, 0u);
-  EXPECT_EQ(s.frameCounter, 2u);
-}
-
 TEST(DecodeFrame, CheckWordIsKeptAndNeverVerified) {
   HeaderFields p = Stereo();
   p.noCrc = 0;
@@ -143,10 +61,12 @@ TEST(DecodeFrame, CheckWordIsKeptAndNeverVerified) {
   Append(d, ToneFrame(p));
   Append(d, ToneFrame(p));
   auto h = EngineHarness::Open(d);
-  DecoderState& s = h->State();
-  EXPECT_EQ(DecodeFrame(s, 0, nullptr, nullptr), kOk);  // the builder's check word is not a valid CRC
+  EngineState& s = h->State();
+  uint32_t made = 0;
+  EXPECT_EQ(DecodeFrame(s, &h->Stream(), h->FrameBuffer(), &made), kOk);  // the builder's check word is not a valid CRC
+  EXPECT_EQ(made, h->FrameBytes());
   EXPECT_EQ(s.lastCheckWord, 0xABCDu);
-  EXPECT_FALSE(AllZero(s.pcmBuffer, s.pcmBufferSize));
+  EXPECT_FALSE(AllZero(h->FrameBuffer(), h->FrameBytes()));
 }
 
 TEST(DecodeFrame, EmphasisInUse) {
@@ -157,8 +77,8 @@ TEST(DecodeFrame, EmphasisInUse) {
       HarnessOptions o;
       o.noDeemphasis = off;
       auto h = EngineHarness::Open(Silent(f, 2), o);
-      DecoderState& s = h->State();
-      EXPECT_EQ(DecodeFrame(s, 0, nullptr, nullptr), kOk);
+      EngineState& s = h->State();
+      EXPECT_EQ(DecodeFrame(s, &h->Stream(), h->FrameBuffer(), nullptr), kOk);
       EXPECT_EQ(s.emphasis, (off || e == 2) ? 0u : e) << e << " " << off;
     }
   }
@@ -204,13 +124,13 @@ TEST(DecodeFrame, NoCoreAllocationPerFrame) {
   const auto bytes = kxtest::ReadFile(FixturePath("m1_44100_joint_cbr.mp3"));
   ASSERT_FALSE(bytes.empty());
   auto h = EngineHarness::Open(bytes);
-  DecoderState& s = h->State();
-  std::vector<uint8_t> out(s.pcmBufferSize);
+  EngineState& s = h->State();
+  std::vector<uint8_t> out(s.frameBytes);
   const uint64_t before = ZCoreAllocationCount();
   int frames = 0;
   for (;;) {
-    int32_t count = static_cast<int32_t>(out.size());
-    const int32_t st = DecodeFrame(s, 1, out.data(), &count);
+    uint32_t made = 0;
+    const int32_t st = DecodeFrame(s, &h->Stream(), out.data(), &made);
     if (st == kEnd) break;
     ASSERT_EQ(st, kOk);
     ++frames;
@@ -228,12 +148,12 @@ TEST(DecodeFrame, UnderflowAtTheStartThenResumes) {
   Append(d, ToneFrame(Stereo(), 5));
   Append(d, ToneFrame(Stereo(), 0));
   auto h = EngineHarness::Open(d);
-  DecoderState& s = h->State();
+  EngineState& s = h->State();
   const uint32_t L = kxtest::MainDataBytes(Stereo());
-  std::vector<uint8_t> out(s.pcmBufferSize, 0xEE);
-  int32_t count = static_cast<int32_t>(out.size());
-  EXPECT_EQ(DecodeFrame(s, 1, out.data(), &count), kUnderflow);
-  EXPECT_EQ(count, static_cast<int32_t>(s.pcmBufferSize));
+  std::vector<uint8_t> out(s.frameBytes, 0xEE);
+  uint32_t made = 0;
+  EXPECT_EQ(DecodeFrame(s, &h->Stream(), out.data(), &made), kUnderflow);
+  EXPECT_EQ(made, s.frameBytes);
   EXPECT_TRUE(AllZero(out.data(), out.size())) << "a frame of silence";
   EXPECT_EQ(s.frameCounter, 1u);
   EXPECT_EQ(s.reservoirBitPos, 0u) << "the read position does not move";
@@ -242,61 +162,9 @@ TEST(DecodeFrame, UnderflowAtTheStartThenResumes) {
   EXPECT_EQ(Copy(s.frameIndex[0].reservoirFill), L);
   EXPECT_EQ(Copy(s.frameIndex[0].reservoirWrite), L);
   // Frame 1: Skip = L - 5 - 0 >= 0.
-  EXPECT_EQ(DecodeFrame(s, 0, nullptr, nullptr), kOk);
+  EXPECT_EQ(DecodeFrame(s, &h->Stream(), out.data(), &made), kOk);
   EXPECT_EQ(s.frameCounter, 2u);
-  EXPECT_EQ(DecodeFrame(s, 0, nullptr, nullptr), kOk);
-}
-
-TEST(DecodeFrame, UnderflowIntoTheFrameBuffer) {
-  std::vector<uint8_t> d;
-  Append(d, ToneFrame(Stereo(), 1));
-  Append(d, ToneFrame(Stereo(), 0));
-  auto h = EngineHarness::Open(d);
-  DecoderState& s = h->State();
-  std::memset(s.pcmBuffer, 0x55, s.pcmBufferSize);
-  EXPECT_EQ(DecodeFrame(s, 0, nullptr, nullptr), kUnderflow);
-  EXPECT_EQ(s.pcmReadPos, 0u);
-  EXPECT_EQ(s.pcmFill, s.pcmBufferSize);
-  EXPECT_TRUE(AllZero(s.pcmBuffer, s.pcmBufferSize));
-}
-
-TEST(DecodeFrame, UnderflowIsTrimmedAgainstTheLimitEvenWhenNotInForce) {
-  std::vector<uint8_t> d;
-  Append(d, ToneFrame(Stereo(), 0));
-  Append(d, ToneFrame(Stereo(), 0));
-  Append(d, ToneFrame(Stereo(), 511));  // more than the reservoir holds
-  Append(d, ToneFrame(Stereo(), 0));
-  HarnessOptions o;
-  o.outputLimitInForce = false;
-  o.outputLimit = 2 * 4608 + 1000;
-  auto h = EngineHarness::Open(d, o);
-  DecoderState& s = h->State();
-  EXPECT_EQ(DecodeFrame(s, 0, nullptr, nullptr), kOk);
-  EXPECT_EQ(DecodeFrame(s, 0, nullptr, nullptr), kOk);
-  EXPECT_EQ(DecodeFrame(s, 0, nullptr, nullptr), kUnderflow);
-  EXPECT_EQ(s.frameOutputBytes, 1000u);
-  EXPECT_EQ(s.pcmFill, 1000u);
-  // A normally decoded frame past the limit is not trimmed while the limit is not in force.
-  EXPECT_EQ(DecodeFrame(s, 0, nullptr, nullptr), kOk);
-  EXPECT_EQ(s.frameOutputBytes, 4608u);
-}
-
-TEST(DecodeFrame, UnderflowBeyondTheLimitEndsTheStreamUncounted) {
-  std::vector<uint8_t> d;
-  Append(d, ToneFrame(Stereo(), 0));
-  Append(d, ToneFrame(Stereo(), 400));
-  HarnessOptions o;
-  o.outputLimit = 4608;
-  auto h = EngineHarness::Open(d, o);
-  DecoderState& s = h->State();
-  EXPECT_EQ(DecodeFrame(s, 0, nullptr, nullptr), kOk);
-  int32_t count = 5;
-  std::vector<uint8_t> out(4608);
-  EXPECT_EQ(DecodeFrame(s, 1, out.data(), &count), kEnd);
-  EXPECT_EQ(count, 0);
-  EXPECT_EQ(s.endOfData, 1u);
-  EXPECT_EQ(s.frameOutputBytes, 0u);
-  EXPECT_EQ(s.frameCounter, 1u) << "the frame is not counted";
+  EXPECT_EQ(DecodeFrame(s, &h->Stream(), out.data(), &made), kOk);
 }
 
 TEST(DecodeFrame, ReservoirCountersAndFrameIndexEntries) {
@@ -309,7 +177,7 @@ TEST(DecodeFrame, ReservoirCountersAndFrameIndexEntries) {
   ASSERT_GT(frames, 30u);
   auto h = EngineHarness::Open(bytes, o);
   ASSERT_NE(h, nullptr);
-  DecoderState& s = h->State();
+  EngineState& s = h->State();
   ASSERT_EQ(s.frameIndexCapacity, 1u);
   uint64_t expectOffset = 0;
   uint32_t appended = 0;
@@ -319,12 +187,12 @@ TEST(DecodeFrame, ReservoirCountersAndFrameIndexEntries) {
     {
       // Peek the frame's header through a copy of the stream position.
       int64_t pos = 0;
-      s.stream->GetPosition(&pos);
+      h->Stream().GetPosition(&pos);
       ASSERT_EQ(static_cast<uint64_t>(pos), expectOffset);
-      ASSERT_EQ(ReadFrameHeader(hdr, s.stream, ref), AF_S_OK);
-      s.stream->Seek(pos, ZS_SEEK_SET);
+      ASSERT_EQ(ReadFrameHeader(hdr, &h->Stream(), ref), AF_S_OK);
+      h->Stream().Seek(pos, ZS_SEEK_SET);
     }
-    const int32_t st = DecodeFrame(s, 0, nullptr, nullptr);
+    const int32_t st = DecodeFrame(s, &h->Stream(), h->FrameBuffer(), nullptr);
     ASSERT_TRUE(st == kOk || st == kUnderflow) << i << " " << st;
     appended += static_cast<uint32_t>(MainDataLength(hdr));
     const FrameIndexEntry& e = s.frameIndex[i];
@@ -348,11 +216,11 @@ TEST(DecodeFrame, IndexGrowsWhenFramesReadReachTheCapacity) {
   o.indexSlack = 0;
   o.frameCountOverride = 2;
   auto h = EngineHarness::Open(Silent(Stereo(), 3), o);
-  DecoderState& s = h->State();
-  EXPECT_EQ(DecodeFrame(s, 0, nullptr, nullptr), kOk);
-  EXPECT_EQ(DecodeFrame(s, 0, nullptr, nullptr), kOk);
+  EngineState& s = h->State();
+  EXPECT_EQ(DecodeFrame(s, &h->Stream(), h->FrameBuffer(), nullptr), kOk);
+  EXPECT_EQ(DecodeFrame(s, &h->Stream(), h->FrameBuffer(), nullptr), kOk);
   EXPECT_EQ(s.frameIndexCapacity, 2u);
-  EXPECT_EQ(DecodeFrame(s, 0, nullptr, nullptr), kOk);
+  EXPECT_EQ(DecodeFrame(s, &h->Stream(), h->FrameBuffer(), nullptr), kOk);
   EXPECT_EQ(s.frameIndexCapacity, 102u);
   EXPECT_EQ(Copy(s.frameIndex[2].offset), 2u * kxtest::FrameBytes(Stereo()));
   EXPECT_EQ(Copy(s.frameIndex[0].offset), 0u);
@@ -366,7 +234,7 @@ TEST(DecodeFrame, ResyncMutesTheFoundFrameAndTheNext) {
   ASSERT_FALSE(clean.empty());
   auto hc = EngineHarness::Open(clean);
   auto cleanRun = hc->DecodeAll();
-  const uint32_t frameBytes = hc->State().pcmBufferSize;
+  const uint32_t frameBytes = hc->State().frameBytes;
   // Junk after frame 10 (found by walking the frames).
   int64_t p = kxtest::FindFirstFrame(clean);
   for (int i = 0; i < 10; ++i) {
@@ -411,7 +279,7 @@ TEST(DecodeFrame, ClippedBigValuesMuteTheFrameAndTheNext) {
   Append(d, ToneFrame(Stereo()));
   Append(d, ToneFrame(Stereo()));
   auto h = EngineHarness::Open(d);
-  DecoderState& s = h->State();
+  EngineState& s = h->State();
   std::vector<uint8_t> out;
   EXPECT_EQ(h->DecodeOne(out), kOk);
   EXPECT_EQ(h->DecodeOne(out), kFrameError);
@@ -434,56 +302,16 @@ TEST(DecodeFrame, SwitchedWindowOfBlockType0IsHandedUp) {
   Append(d, ToneFrame(Stereo()));
   Append(d, ToneFrame(Stereo()));
   auto h = EngineHarness::Open(d);
-  DecoderState& s = h->State();
+  EngineState& s = h->State();
   std::vector<uint8_t> out(4608);
-  int32_t count = 4608;
-  EXPECT_EQ(DecodeFrame(s, 1, out.data(), &count), kOk);
-  count = 4608;
-  EXPECT_EQ(DecodeFrame(s, 1, out.data(), &count), kBadFormat);
-  EXPECT_EQ(count, 0);
+  uint32_t made = 0;
+  EXPECT_EQ(DecodeFrame(s, &h->Stream(), out.data(), &made), kOk);
+  EXPECT_EQ(DecodeFrame(s, &h->Stream(), out.data(), &made), kBadFormat);
+  EXPECT_EQ(made, 0u);
   EXPECT_EQ(s.frameCounter, 1u) << "the abandoned frame is not counted";
   // Its main data is then read as a header: the search finds the next frame.
-  count = 4608;
-  EXPECT_EQ(DecodeFrame(s, 1, out.data(), &count), kFrameError);
-  EXPECT_EQ(count, 4608);
-}
-
-// ---- output limit ----
-
-TEST(DecodeFrame, LastFrameIsCutAtTheOutputLimit) {
-  HarnessOptions o;
-  o.outputLimitInForce = true;
-  o.outputLimit = 3 * 4608 - 1000;
-  std::vector<uint8_t> d;
-  for (int i = 0; i < 5; ++i) Append(d, ToneFrame(Stereo()));
-  auto h = EngineHarness::Open(d, o);
-  DecoderState& s = h->State();
-  std::vector<uint8_t> out(4608);
-  int32_t count = 4608;
-  EXPECT_EQ(DecodeFrame(s, 1, out.data(), &count), kOk);
-  EXPECT_EQ(count, 4608);
-  EXPECT_EQ(DecodeFrame(s, 1, out.data(), &count), kOk);
-  count = 4608;
-  EXPECT_EQ(DecodeFrame(s, 1, out.data(), &count), kOk);
-  EXPECT_EQ(count, 4608 - 1000);
-  EXPECT_EQ(s.frameOutputBytes, 4608u - 1000);
-  count = 4608;
-  EXPECT_EQ(DecodeFrame(s, 1, out.data(), &count), kEnd);
-  EXPECT_EQ(count, 0);
-  EXPECT_EQ(s.endOfData, 1u);
-  EXPECT_EQ(s.frameOutputBytes, 0u);
-}
-
-TEST(DecodeFrame, LimitOnAFrameBoundaryEndsWithTheNextFrame) {
-  HarnessOptions o;
-  o.outputLimitInForce = true;
-  o.outputLimit = 2 * 4608;
-  auto h = EngineHarness::Open(Silent(Stereo(), 4), o);
-  auto run = h->DecodeAll();
-  ASSERT_EQ(run.statuses.size(), 3u);
-  EXPECT_EQ(run.statuses[2], kEnd);
-  EXPECT_EQ(run.pcm.size(), 2u * 4608);
-  EXPECT_EQ(h->State().frameCounter, 3u) << "the frame that yields nothing was read";
+  EXPECT_EQ(DecodeFrame(s, &h->Stream(), out.data(), &made), kFrameError);
+  EXPECT_EQ(made, 4608u);
 }
 
 // ---- SkipFrame ----
@@ -496,7 +324,7 @@ TEST(SkipFrame, FirstFrameIsSilenceAndPrimesTheReservoir) {
   HarnessOptions o;
   o.skipFirstFrame = true;
   auto h = EngineHarness::Open(d, o);
-  DecoderState& s = h->State();
+  EngineState& s = h->State();
   std::vector<uint8_t> out;
   EXPECT_EQ(h->DecodeOne(out), kOk);
   ASSERT_EQ(out.size(), 4608u);
@@ -508,52 +336,19 @@ TEST(SkipFrame, FirstFrameIsSilenceAndPrimesTheReservoir) {
   EXPECT_FALSE(AllZero(out.data() + 4608, 4608));
 }
 
-TEST(SkipFrame, IntoTheCallerAndWithTooLittleRoom) {
-  auto h = EngineHarness::Open(Silent(Stereo(), 3));
-  DecoderState& s = h->State();
-  std::vector<uint8_t> out(4608, 0xEE);
-  int32_t count = 4608;
-  EXPECT_EQ(SkipFrame(s, 1, out.data(), &count), kOk);
-  EXPECT_EQ(count, 4608);
-  EXPECT_TRUE(AllZero(out.data(), 4608));
-  std::memset(s.pcmBuffer, 0x77, s.pcmBufferSize);
-  count = 4607;
-  const uint32_t counter = s.frameCounter;
-  EXPECT_EQ(SkipFrame(s, 1, out.data(), &count), kRoom);
-  EXPECT_EQ(count, 0);
-  EXPECT_TRUE(AllZero(s.pcmBuffer, s.pcmBufferSize));
-  EXPECT_EQ(s.pcmReadPos, 0u);
-  EXPECT_EQ(s.frameCounter, counter) << "returned before the frame is counted";
-}
-
 TEST(SkipFrame, ResyncIsReportedButDoesNotMute) {
   std::vector<uint8_t> d(50, 0);
   Append(d, Silent(Stereo(), 3));
   // Opened on the real frames, then moved back onto the junk before them.
   auto h2 = EngineHarness::Open(d);
   ASSERT_NE(h2, nullptr);
-  DecoderState& s = h2->State();
-  s.stream->SetBounds(0, static_cast<int64_t>(d.size()));
-  s.stream->Seek(0, ZS_SEEK_SET);
-  EXPECT_EQ(SkipFrame(s, 0, nullptr, nullptr), kFrameError);
+  EngineState& s = h2->State();
+  h2->Stream().SetBounds(0, static_cast<int64_t>(d.size()));
+  h2->Stream().Seek(0, ZS_SEEK_SET);
+  EXPECT_EQ(SkipFrame(s, &h2->Stream(), h2->FrameBuffer(), nullptr), kFrameError);
   EXPECT_EQ(s.errorCount, 1u);
   EXPECT_EQ(s.muteCounter, 0u);
   EXPECT_EQ(s.frameCounter, 1u);
-}
-
-TEST(SkipFrame, NoTrimmingAtTheLimitAndSkipAppliedWhateverItsSign) {
-  std::vector<uint8_t> d;
-  Append(d, ToneFrame(Stereo(), 3));  // points before the stream
-  Append(d, ToneFrame(Stereo()));
-  HarnessOptions o;
-  o.outputLimitInForce = true;
-  o.outputLimit = 100;
-  auto h = EngineHarness::Open(d, o);
-  DecoderState& s = h->State();
-  EXPECT_EQ(SkipFrame(s, 0, nullptr, nullptr), kOk);
-  EXPECT_EQ(s.frameOutputBytes, 4608u);
-  EXPECT_EQ(s.pcmFill, 4608u);
-  EXPECT_EQ(s.reservoirBitPos, static_cast<uint32_t>(-3 * 8)) << "Skip = 0 - 3 - 0 applied";
 }
 
 }  // namespace

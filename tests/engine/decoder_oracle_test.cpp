@@ -9,7 +9,7 @@
 #include <cstring>
 #include <string>
 
-#include "engine_harness.h"
+#include "support/engine/engine_harness.h"
 
 namespace kxtest {
 namespace {

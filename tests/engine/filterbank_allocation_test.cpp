@@ -14,7 +14,7 @@
 #include "engine/reorder_alias.h"
 #include "engine/stereo.h"
 #include "engine/synthesis.h"
-#include "plugin/decoder_state.h"
+#include "engine/engine_state.h"
 
 namespace {
 
@@ -41,7 +41,7 @@ namespace {
 
 TEST(FilterbankAllocation, AGranuleThroughEveryStepAllocatesNothing) {
   kxtest::EnsureDecoderTables();
-  auto state = std::make_unique<DecoderState>();
+  auto state = std::make_unique<EngineState>();
   SetupDeemphasis(*state, 44100);
   kxtest::Random rnd(1);
   auto spectrum = std::make_unique<kxtest::Doubles<1152>>();

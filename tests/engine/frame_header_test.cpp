@@ -4,7 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "engine/frame_header.h"
-#include "frame_builder.h"
+#include "support/engine/frame_builder.h"
 #include "support/memory_stream.h"
 
 namespace kxmp3 {

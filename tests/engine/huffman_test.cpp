@@ -12,7 +12,7 @@
 #include "engine/band_tables.h"
 #include "engine/bit_reader.h"
 #include "engine/huffman.h"
-#include "frame_builder.h"
+#include "support/engine/frame_builder.h"
 
 namespace kxmp3 {
 namespace {

@@ -10,7 +10,7 @@
 #include "dsp_test_util.h"
 #include "engine/dsp_kernels.h"
 #include "engine/tables.h"
-#include "engine_harness.h"
+#include "support/engine/engine_harness.h"
 
 namespace kxmp3 {
 namespace {

@@ -15,7 +15,7 @@
 #include "engine/imdct.h"
 #include "engine/synthesis.h"
 #include "engine/tables.h"
-#include "engine_harness.h"
+#include "support/engine/engine_harness.h"
 
 namespace kxmp3 {
 namespace {

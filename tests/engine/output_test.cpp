@@ -12,7 +12,7 @@
 
 #include "dsp_test_util.h"
 #include "engine/output.h"
-#include "plugin/decoder_state.h"
+#include "engine/engine_state.h"
 
 namespace kxmp3 {
 namespace {
@@ -23,15 +23,15 @@ class OutputTest : public ::testing::Test {
  protected:
   void SetUp() override {
     kxtest::EnsureDecoderTables();
-    state_ = std::make_unique<DecoderState>();
+    state_ = std::make_unique<EngineState>();
     SetupDeemphasis(*state_, 44100);
   }
-  DecoderState& state() { return *state_; }
+  EngineState& state() { return *state_; }
   const DeemphasisCoefficients& j17() { return state_->deemphasis[0]; }
   const DeemphasisCoefficients& ms5015() { return state_->deemphasis[1]; }
 
  private:
-  std::unique_ptr<DecoderState> state_;
+  std::unique_ptr<EngineState> state_;
 };
 
 // The filter written out sample by sample over a whole signal, with the coefficient
@@ -62,7 +62,7 @@ TEST_F(OutputTest, CcittJ17CoefficientsAreTheGivenDoubles) {
   EXPECT_EQ(0.5227465435240913, j17().b0);
   EXPECT_EQ(0.010855866519752318, j17().a);
   // The same for every sampling rate.
-  auto other = std::make_unique<DecoderState>();
+  auto other = std::make_unique<EngineState>();
   SetupDeemphasis(*other, 8000);
   EXPECT_EQ(0, std::memcmp(&other->deemphasis[0], &j17(), sizeof(DeemphasisCoefficients)));
 }
@@ -80,7 +80,7 @@ TEST_F(OutputTest, FiftyFifteenCoefficientsAt44100) {
 
 TEST_F(OutputTest, FiftyFifteenFollowsTheSamplingRate) {
   for (uint32_t rate : {8000u, 22050u, 32000u, 48000u}) {
-    auto st = std::make_unique<DecoderState>();
+    auto st = std::make_unique<EngineState>();
     SetupDeemphasis(*st, rate);
     const double t = std::tan(10000.0 / rate);
     EXPECT_EQ((1.0 - t) / (1.0 + t), st->deemphasis[1].a) << rate;

@@ -10,7 +10,7 @@
 #include "engine/band_tables.h"
 #include "engine/requantise.h"
 #include "engine/tables.h"
-#include "engine_harness.h"
+#include "support/engine/engine_harness.h"
 
 namespace kxmp3 {
 namespace {

@@ -12,7 +12,7 @@
 #include "engine/scale_factors.h"
 #include "engine/side_info.h"
 #include "engine/tables.h"
-#include "frame_builder.h"
+#include "support/engine/frame_builder.h"
 #include "support/memory_stream.h"
 
 namespace kxmp3 {

@@ -17,7 +17,7 @@
 #include "dsp_test_util.h"
 #include "engine/dsp_kernels.h"
 #include "engine/tables.h"
-#include "engine_harness.h"
+#include "support/engine/engine_harness.h"
 #include "host/kx_result_codes.h"
 
 namespace kxmp3 {

@@ -7,7 +7,7 @@
 #include <string>
 
 #include "layout/container.h"
-#include "layout_test_util.h"
+#include "support/layout_test_util.h"
 
 namespace kxmp3 {
 namespace {

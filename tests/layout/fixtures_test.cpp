@@ -9,7 +9,7 @@
 
 #include "layout/container.h"
 #include "layout/vbr_header.h"
-#include "layout_test_util.h"
+#include "support/layout_test_util.h"
 
 namespace kxmp3 {
 namespace {
@@ -102,8 +102,8 @@ TEST(Fixtures, EachIsDetectedWithItsBoundsAndCounts) {
       // Gapless: what the open keeps is exactly the encoder's input.
       EXPECT_EQ(uint64_t(r.layout.frameCount) * spf - r.layout.samplesRemoved, f.samples);
       EXPECT_EQ(uint64_t(r.info.generic.totalPcmBytes), f.samples * f.channels * 2);
-      EXPECT_EQ(r.layout.skipAtStart, 576u + 529 + spf);
-      EXPECT_EQ(r.info.encoderDelay, r.layout.skipAtStart);
+      EXPECT_EQ(r.layout.startSkip, 576u + 529 + spf);
+      EXPECT_EQ(r.info.startSkip, r.layout.startSkip);
       EXPECT_EQ(r.layout.outputLimitInForce, 1u);
       bool vbr = inner.find("vbr") != std::string::npos || inner.find("abr") != std::string::npos;
       EXPECT_EQ(r.layout.vbrKind, vbr ? 1u : 0u);
@@ -115,7 +115,7 @@ TEST(Fixtures, EachIsDetectedWithItsBoundsAndCounts) {
     } else {
       EXPECT_EQ(r.layout.vbrHeaderFrame, 0u);
       EXPECT_EQ(r.layout.encoderName[0], 0);
-      EXPECT_EQ(r.layout.skipAtStart, 0u);
+      EXPECT_EQ(r.layout.startSkip, 0u);
       EXPECT_EQ(r.layout.frameCount, frames);
     }
   }
@@ -173,11 +173,11 @@ TEST(Fixtures, ShortAndVariableStreamsWithoutHeaderAreCounted) {
   Result r = DetectFixture("m1_44100_noheader_short.mp3");
   ASSERT_EQ(r.code, AF_S_OK);
   EXPECT_EQ(r.layout.countSource, MP3_HEADER_FLAG_SCANNED);
-  EXPECT_EQ(r.layout.vbrKind, 0u);
+  EXPECT_EQ(r.layout.bitrateChangeFrame, 0u);
   r = DetectFixture("m1_44100_noheader_vbr.mp3");
   ASSERT_EQ(r.code, AF_S_OK);
   EXPECT_EQ(r.layout.countSource, MP3_HEADER_FLAG_SCANNED);
-  EXPECT_GE(r.layout.vbrKind, 2u);
+  EXPECT_GE(r.layout.bitrateChangeFrame, 2u);
   EXPECT_EQ(r.info.generic.formatFlags & AFI_FLAG_VBR, AFI_FLAG_VBR);
 }
 

@@ -9,8 +9,9 @@
 
 #include "host/kxcore.h"
 #include "layout/container.h"
-#include "layout/seeking.h"
-#include "layout_test_util.h"
+#include "engine/engine_state.h"
+#include "engine/frame_index.h"
+#include "support/layout_test_util.h"
 
 namespace kxmp3 {
 namespace {
@@ -84,13 +85,12 @@ TEST(Robustness, FrameScanOverDamagedStreams) {
   for (int i = 0; i < 30; ++i) {
     Bytes data = Damage(LoadFixture("m1_44100_joint_vbr_long.mp3"), rng);
     StreamPtr stream = MakeStream(data);
-    DecoderState s{};
-    s.stream = stream.get();
+    EngineState s{};
     s.frameIndexCapacity = 4;
     s.frameIndex = static_cast<FrameIndexEntry*>(ZCoreAlloc(ZMEM_ZEROED, 4 * sizeof(FrameIndexEntry)));
     KxResult r = AF_S_OK;
     int frames = 0;
-    while ((r = ScanFrame(s)) == AF_S_OK) ++frames;
+    while ((r = ScanFrame(s, stream.get())) == AF_S_OK) ++frames;
     EXPECT_EQ(r, AF_S_END_OF_DATA);
     EXPECT_EQ(s.frameCounter, static_cast<uint32_t>(frames));
     for (int k = 1; k < frames; ++k) EXPECT_GT(uint64_t(s.frameIndex[k].offset), uint64_t(s.frameIndex[k - 1].offset));

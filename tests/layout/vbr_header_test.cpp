@@ -9,7 +9,7 @@
 #include "engine/frame_header.h"
 #include "layout/container.h"
 #include "layout/vbr_header.h"
-#include "layout_test_util.h"
+#include "support/layout_test_util.h"
 #include "platform/kx_platform.h"
 
 namespace kxmp3 {
@@ -169,10 +169,10 @@ TEST(HeaderChecks, DerivedFieldsOfAPlainStream) {
   EXPECT_EQ(p.info.frameCount, 10u);
   EXPECT_EQ(p.info.vbrKind, 0u);
   EXPECT_EQ(p.info.vbrHeaderFrame, 0u);
-  EXPECT_EQ(p.info.encoderDelay, 0u);
+  EXPECT_EQ(p.info.startSkip, 0u);
   EXPECT_EQ(p.info.samplesRemoved, 0u);
   EXPECT_EQ(p.info.headerFlags, MP3_HEADER_FLAG_SCANNED);
-  EXPECT_EQ(p.layout.skipAtStart, 0u);
+  EXPECT_EQ(p.layout.startSkip, 0u);
   EXPECT_EQ(p.layout.outputLimitInForce, 1u);
   EXPECT_EQ(p.layout.encoderName[0], 0);
 
@@ -211,8 +211,8 @@ TEST(XingHeader, InfoGivesCbrWithCountAndDelayFromTheHeaders) {
   EXPECT_EQ(p.layout.encoderDelay, 576u);
   EXPECT_EQ(p.layout.encoderPadding, 1404u);
   EXPECT_EQ(p.layout.samplesRemoved, 1980u);
-  EXPECT_EQ(p.layout.skipAtStart, 576u + 529 + 1152);
-  EXPECT_EQ(p.info.encoderDelay, 576u + 529 + 1152);
+  EXPECT_EQ(p.layout.startSkip, 576u + 529 + 1152);
+  EXPECT_EQ(p.info.startSkip, 576u + 529 + 1152);
   EXPECT_EQ(p.info.samplesRemoved, 1980u);
   EXPECT_EQ(uint64_t(p.info.generic.totalPcmBytes), (20u * 1152 - 1980) * 4);
   EXPECT_EQ(std::u16string(p.layout.encoderName), u"Lame Audio Codec v3.100");
@@ -242,7 +242,7 @@ TEST(XingHeader, XingFieldsAndVbrBitrate) {
   EXPECT_EQ(p.layout.xingToc[99], 198);
   // No encoder tag: nothing to trim but the silent header frame.
   EXPECT_EQ(p.layout.encoderName[0], 0);
-  EXPECT_EQ(p.layout.skipAtStart, 1152u);
+  EXPECT_EQ(p.layout.startSkip, 1152u);
   EXPECT_EQ(p.layout.samplesRemoved, 0u);
   uint64_t total = 30u * 1152 * 4;
   EXPECT_EQ(uint64_t(p.info.generic.totalPcmBytes), total);
@@ -282,7 +282,7 @@ TEST(XingHeader, WithoutFramesFieldTheFramesAreWalked) {
   EXPECT_EQ(p.layout.outputLimitInForce, 1u);
   // The tag still follows the Xing fields.
   EXPECT_EQ(std::u16string(p.layout.encoderName), u"Lame Audio Codec v3.100");
-  EXPECT_EQ(p.layout.skipAtStart, 576u + 529 + 1152);
+  EXPECT_EQ(p.layout.startSkip, 576u + 529 + 1152);
 }
 
 TEST(XingHeader, SideInformationSizeDecidesWhereItIsLookedFor) {
@@ -305,7 +305,7 @@ TEST(XingHeader, SideInformationSizeDecidesWhereItIsLookedFor) {
     EXPECT_EQ(p.layout.vbrKind, 1u) << c.version << c.mode;
     EXPECT_EQ(p.layout.frameCount, 9u);
     uint32_t spf = c.version == kMpeg1 ? 1152 : 576;
-    EXPECT_EQ(p.layout.skipAtStart, 576u + 529 + spf);
+    EXPECT_EQ(p.layout.startSkip, 576u + 529 + spf);
     EXPECT_EQ(std::u16string(p.layout.encoderName), u"Lame Audio Codec v3.100");
   }
 }
@@ -321,7 +321,7 @@ TEST(XingHeader, VbriHeader) {
   EXPECT_EQ(p.layout.frameCount, 12u);
   EXPECT_EQ(p.layout.countSource, MP3_HEADER_FLAG_COUNT_FROM_HEADER);
   EXPECT_EQ(p.layout.vbrHeaderFrame, 0u);
-  EXPECT_EQ(p.layout.skipAtStart, 1152u);
+  EXPECT_EQ(p.layout.startSkip, 1152u);
   EXPECT_EQ(p.info.generic.formatFlags & AFI_FLAG_VBR, AFI_FLAG_VBR);
   EXPECT_EQ(uint64_t(p.info.generic.totalPcmBytes), 12u * 1152 * 4);
   // "VBRI" elsewhere is not looked at.
@@ -347,7 +347,7 @@ TEST(EncoderTag, BadCrcStillGivesDelayAndPadding) {
   EXPECT_EQ(std::u16string(p.layout.encoderName), u"Lame Audio Codec v3.100 [Bad CRC]");
   EXPECT_EQ(p.layout.encoderDelay, 1105u);
   EXPECT_EQ(p.layout.encoderPadding, 2047u);
-  EXPECT_EQ(p.layout.skipAtStart, 1105u + 529 + 1152);
+  EXPECT_EQ(p.layout.startSkip, 1105u + 529 + 1152);
   EXPECT_EQ(std::u16string(p.info.generic.description),
             u"Lame Audio Codec v3.100 [Bad CRC] (Compatible with MPEG 1.0 Audio Layer-III)");
 }
@@ -414,7 +414,7 @@ TEST(EncoderTag, OtherEncoderUnderAGoodCrc) {
   EXPECT_EQ(std::u16string(p.info.generic.description), u"Lavc58.91 (Compatible with MPEG 1.0 Audio Layer-III)");
   EXPECT_EQ(p.layout.encoderDelay, 1105u);
   EXPECT_EQ(p.layout.encoderPadding, 700u);
-  EXPECT_EQ(p.layout.skipAtStart, 1105u + 529 + 1152);
+  EXPECT_EQ(p.layout.startSkip, 1105u + 529 + 1152);
 
   // Bytes of the ANSI code page (1252: 0xE9 is e-acute).
   x.tag = "Enc\xe9" "d 1.0";
@@ -447,7 +447,7 @@ TEST(EncoderTag, OtherEncoderWithoutAGoodCrcIsIgnored) {
   ASSERT_EQ(p.code, AF_S_OK);
   EXPECT_EQ(p.layout.encoderName[0], 0);
   EXPECT_EQ(p.layout.encoderDelay, 0u);
-  EXPECT_EQ(p.layout.skipAtStart, 1152u);
+  EXPECT_EQ(p.layout.startSkip, 1152u);
   EXPECT_EQ(p.info.headerFlags & MP3_HEADER_FLAG_ENCODER_IDENTIFIED, 0u);
   EXPECT_EQ(std::u16string(p.info.generic.description), u"MPEG 1.0 Audio Layer-III");
 }
@@ -511,7 +511,7 @@ TEST(EncoderTag, NotLookedForWhenTheFrameHasNoRoom) {
   ASSERT_EQ(p.code, AF_S_OK);
   EXPECT_EQ(p.layout.frameCount, 4u);
   EXPECT_EQ(p.layout.encoderName[0], 0);
-  EXPECT_EQ(p.layout.skipAtStart, 576u);
+  EXPECT_EQ(p.layout.startSkip, 576u);
 
   s.padding = true;
   uint32_t padded = MakeHeader(s);
@@ -522,7 +522,7 @@ TEST(EncoderTag, NotLookedForWhenTheFrameHasNoRoom) {
   p = Parse(data);
   ASSERT_EQ(p.code, AF_S_OK);
   EXPECT_EQ(std::u16string(p.layout.encoderName), u"Lame Audio Codec v3.100");
-  EXPECT_EQ(p.layout.skipAtStart, 576u + 529 + 576);
+  EXPECT_EQ(p.layout.startSkip, 576u + 529 + 576);
 }
 
 TEST(FrameWalk, CbrStreamIsCountedFor512FramesThenEstimated) {
@@ -561,7 +561,7 @@ TEST(FrameWalk, BitrateChangeIsTheKindAndForcesAFullCount) {
   AppendFrames(data, MakeHeader(hi), 600);
   Parsed p = Parse(data);
   ASSERT_EQ(p.code, AF_S_OK);
-  EXPECT_EQ(p.layout.vbrKind, 7u);  // the seventh frame is the first with another bitrate
+  EXPECT_EQ(p.layout.bitrateChangeFrame, 7u);  // the seventh frame is the first with another bitrate
   EXPECT_EQ(p.info.vbrKind, 7u);
   EXPECT_EQ(p.layout.frameCount, 606u);
   EXPECT_EQ(p.layout.countSource, MP3_HEADER_FLAG_SCANNED);
@@ -574,7 +574,7 @@ TEST(FrameWalk, BitrateChangeIsTheKindAndForcesAFullCount) {
   AppendFrames(late, MakeHeader(hi), 5);
   p = Parse(late);
   ASSERT_EQ(p.code, AF_S_OK);
-  EXPECT_EQ(p.layout.vbrKind, 0u);
+  EXPECT_EQ(p.layout.bitrateChangeFrame, 0u);
   EXPECT_EQ(p.layout.countSource, MP3_HEADER_FLAG_ESTIMATED);
   EXPECT_EQ(p.layout.frameCount, (late.size() + 416) / 417);
 }

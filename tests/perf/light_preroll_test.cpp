@@ -110,13 +110,13 @@ class LightPreRollTest : public ::testing::Test {
 // returns the window calls the seek made.
 int SeekToFrameStart(Class_KXMP3* decoder, uint32_t target) {
   const DecoderState& s = decoder->State();
-  const uint64_t delay = uint64_t{s.lameDelay} * s.info.generic.channels * s.bytesPerSample;
+  const uint64_t delay = uint64_t{s.startSkip} * s.info.generic.channels * s.engine.bytesPerSample;
   QWUNION position{};
   position.u = uint64_t{target} * s.pcmBufferSize - delay;
   gWindowCalls = 0;
   EXPECT_EQ(decoder->SetCurrentPosition(position, AF_ORIGIN_START), AF_S_OK);
-  EXPECT_EQ(s.frameCounter, target);
-  EXPECT_EQ(s.preRollTarget, 0u) << "the seek clears it";
+  EXPECT_EQ(s.engine.frameCounter, target);
+  EXPECT_EQ(s.engine.preRollTarget, 0u) << "the seek clears it";
   return gWindowCalls;
 }
 
@@ -162,7 +162,7 @@ void CompareRandomSeeks(const std::vector<uint8_t>& bytes, uint32_t bits, int se
   ASSERT_NE(full, nullptr) << what;
   QWUNION total{};
   light->GetCurrentPosition(&total, AF_ORIGIN_END);
-  const uint64_t block = uint64_t{light->State().info.generic.channels} * light->State().bytesPerSample;
+  const uint64_t block = uint64_t{light->State().info.generic.channels} * light->State().engine.bytesPerSample;
   std::mt19937 gen(seed);
   for (int i = 0; i < seeks; ++i) {
     QWUNION position{};

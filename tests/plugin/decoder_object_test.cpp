@@ -175,9 +175,9 @@ TEST(DecoderObject, ResetDataFreesEveryBufferAndReleasesTheStream) {
   kxmp3::DecoderState& s = decoder->State();
   // Hand the object buffers and a stream as an open would.
   s.pcmBuffer = static_cast<uint8_t*>(ZCoreAlloc(ZMEM_PLAIN, 4608));
-  s.workBlockRaw = static_cast<uint8_t*>(ZCoreAlloc(ZMEM_ZEROED, kxmp3::kWorkBlockRawBytes));
-  s.reservoir = static_cast<uint8_t*>(ZCoreAlloc(ZMEM_ZEROED, kxmp3::kReservoirBytes));
-  s.frameIndex = static_cast<kxmp3::FrameIndexEntry*>(ZCoreAlloc(ZMEM_ZEROED, 20 * 20));
+  s.engine.workBlockRaw = static_cast<uint8_t*>(ZCoreAlloc(ZMEM_ZEROED, kxmp3::kWorkBlockRawBytes));
+  s.engine.reservoir = static_cast<uint8_t*>(ZCoreAlloc(ZMEM_ZEROED, kxmp3::kReservoirBytes));
+  s.engine.frameIndex = static_cast<kxmp3::FrameIndexEntry*>(ZCoreAlloc(ZMEM_ZEROED, 20 * 20));
   void* stream = nullptr;
   ASSERT_EQ(ZCoreCreateObject(FOURCC_ZSNF, FOURCC_ZSTM, &stream), AF_S_OK);
   s.stream = static_cast<Class_ZStream*>(stream);

@@ -154,7 +154,7 @@ TEST(OpenSequence, RequestedBitsChooseTheOutputFormat) {
     Class_KXMP3* decoder = OpenFixture("m1_44100_joint_cbr.mp3", OPEN_FLAG_INFO_ONLY, bits);
     ASSERT_NE(decoder, nullptr) << bits;
     const kxmp3::DecoderState& s = decoder->State();
-    EXPECT_EQ(s.bytesPerSample, 2u);
+    EXPECT_EQ(s.engine.bytesPerSample, 2u);
     EXPECT_EQ(s.info.generic.bitsPerSample, 16u);
     EXPECT_EQ(s.info.generic.formatFlags & AFI_FLAG_FLOAT, 0u);
     total16 = s.info.generic.totalPcmBytes;
@@ -165,7 +165,7 @@ TEST(OpenSequence, RequestedBitsChooseTheOutputFormat) {
     Class_KXMP3* decoder = OpenFixture("m1_44100_joint_cbr.mp3", OPEN_FLAG_INFO_ONLY, bits);
     ASSERT_NE(decoder, nullptr) << bits;
     const kxmp3::DecoderState& s = decoder->State();
-    EXPECT_EQ(s.bytesPerSample, 8u);
+    EXPECT_EQ(s.engine.bytesPerSample, 8u);
     EXPECT_EQ(s.info.generic.bitsPerSample, 64u);
     EXPECT_EQ(s.info.generic.formatFlags & AFI_FLAG_FLOAT, AFI_FLAG_FLOAT);
     EXPECT_EQ(s.info.generic.totalPcmBytes, 4 * total16);
@@ -180,9 +180,9 @@ TEST(OpenSequence, InformationOnlyOpenHasNoBuffers) {
   const kxmp3::DecoderState& s = decoder->State();
   EXPECT_NE(s.openFlags & OPEN_FLAG_INFO_ONLY, 0u);
   EXPECT_EQ(s.pcmBuffer, nullptr);
-  EXPECT_EQ(s.workBlockRaw, nullptr);
-  EXPECT_EQ(s.reservoir, nullptr);
-  EXPECT_EQ(s.frameIndex, nullptr);
+  EXPECT_EQ(s.engine.workBlockRaw, nullptr);
+  EXPECT_EQ(s.engine.reservoir, nullptr);
+  EXPECT_EQ(s.engine.frameIndex, nullptr);
   EXPECT_EQ(s.pcmBufferSize, 0u);
   EXPECT_NE(s.stream, nullptr);
   // Information is there; decoding is not.
@@ -209,8 +209,8 @@ TEST(OpenSequence, LayoutResultsAreKept) {
   EXPECT_EQ(s.audioLength, 4805u);
   EXPECT_EQ(s.mpegVersion, 2u);
   EXPECT_EQ(s.frameCount, s.info.frameCount);
-  EXPECT_EQ(s.lameDelay, s.info.encoderDelay);
-  EXPECT_GT(s.lameDelay, 0u);
+  EXPECT_EQ(s.startSkip, s.info.startSkip);
+  EXPECT_GT(s.startSkip, 0u);
   // The stream now shows only the audio data, from its start.
   int64_t size = 0;
   int64_t pos = -1;
@@ -251,19 +251,19 @@ TEST(OpenSequence, BuffersFollowTheFormat) {
     Class_KXMP3* decoder = OpenFixture(c.fixture, 0, c.bits);
     ASSERT_NE(decoder, nullptr) << c.fixture;
     const kxmp3::DecoderState& s = decoder->State();
-    EXPECT_EQ(s.granuleBytes, c.granuleBytes) << c.fixture;
+    EXPECT_EQ(s.engine.granuleBytes, c.granuleBytes) << c.fixture;
     EXPECT_EQ(s.pcmBufferSize, c.frameBytes) << c.fixture;
     EXPECT_NE(s.pcmBuffer, nullptr);
-    ASSERT_NE(s.workBlockRaw, nullptr);
-    const auto raw = reinterpret_cast<uintptr_t>(s.workBlockRaw);
-    const auto aligned = reinterpret_cast<uintptr_t>(s.workBlock);
+    ASSERT_NE(s.engine.workBlockRaw, nullptr);
+    const auto raw = reinterpret_cast<uintptr_t>(s.engine.workBlockRaw);
+    const auto aligned = reinterpret_cast<uintptr_t>(s.engine.workBlock);
     EXPECT_EQ(aligned % 16, 0u);
     EXPECT_GE(aligned - raw, 1u);
     EXPECT_LE(aligned - raw, 16u);
-    EXPECT_EQ(s.workBlockHigh, s.workBlock + kxmp3::kSynthesisAreaBytes);
-    EXPECT_NE(s.reservoir, nullptr);
-    EXPECT_EQ(s.frameIndexCapacity, s.frameCount + 16);
-    EXPECT_NE(s.frameIndex, nullptr);
+    EXPECT_EQ(s.engine.workBlockHigh, s.engine.workBlock + kxmp3::kSynthesisAreaBytes);
+    EXPECT_NE(s.engine.reservoir, nullptr);
+    EXPECT_EQ(s.engine.frameIndexCapacity, s.frameCount + 16);
+    EXPECT_NE(s.engine.frameIndex, nullptr);
     decoder->Release();
   }
 }
@@ -280,13 +280,13 @@ TEST(OpenSequence, NoEncoderDelayMeansNothingBuffered) {
   Class_KXMP3* decoder = OpenFixture("m1_44100_noheader_short.mp3");
   ASSERT_NE(decoder, nullptr);
   const kxmp3::DecoderState& s = decoder->State();
-  ASSERT_EQ(s.lameDelay, 0u);
+  ASSERT_EQ(s.startSkip, 0u);
   EXPECT_EQ(s.pcmReadPos, s.pcmBufferSize);
   EXPECT_EQ(s.pcmFill, 0u);
-  EXPECT_EQ(s.frameCounter, 0u);
+  EXPECT_EQ(s.engine.frameCounter, 0u);
   EXPECT_EQ(s.pcmTotalBytes, s.info.generic.totalPcmBytes);
   // Nothing was decoded, so the first index entry still holds its marker.
-  EXPECT_EQ(s.frameIndex[0].offset, ~uint64_t{0});
+  EXPECT_EQ(s.engine.frameIndex[0].offset, ~uint64_t{0});
   decoder->Release();
 }
 
@@ -295,8 +295,8 @@ TEST(OpenSequence, OutputLimitIncludesTheStartSkip) {
     Class_KXMP3* decoder = OpenFixture("m1_44100_joint_cbr.mp3", 0, bits);
     ASSERT_NE(decoder, nullptr);
     const kxmp3::DecoderState& s = decoder->State();
-    ASSERT_GT(s.lameDelay, 0u);
-    const uint64_t skip = uint64_t{s.lameDelay} * s.info.generic.channels * s.bytesPerSample;
+    ASSERT_GT(s.startSkip, 0u);
+    const uint64_t skip = uint64_t{s.startSkip} * s.info.generic.channels * s.engine.bytesPerSample;
     EXPECT_EQ(s.pcmTotalBytes, s.info.generic.totalPcmBytes + skip);
     decoder->Release();
   }
@@ -311,12 +311,12 @@ TEST(OpenSequence, DeemphasisCoefficientsFromTheSampleRate) {
   // b1 = 0.7 t / (1 + t) - 0.3 a; for 44.1 kHz about 0.43123, -0.05629, 0.62506.
   const double t = std::tan(10000.0 / 44100.0);
   const double a = (1 - t) / (1 + t);
-  EXPECT_NEAR(s.deemphasis[1].a, a, 1e-12);
-  EXPECT_NEAR(s.deemphasis[1].b0, 0.3 + 0.7 * t / (1 + t), 1e-12);
-  EXPECT_NEAR(s.deemphasis[1].b1, 0.7 * t / (1 + t) - 0.3 * a, 1e-12);
-  EXPECT_NEAR(s.deemphasis[1].b0, 0.43123, 1e-5);
-  EXPECT_NEAR(s.deemphasis[1].b1, -0.05629, 1e-5);
-  EXPECT_NEAR(s.deemphasis[1].a, 0.62506, 1e-5);
+  EXPECT_NEAR(s.engine.deemphasis[1].a, a, 1e-12);
+  EXPECT_NEAR(s.engine.deemphasis[1].b0, 0.3 + 0.7 * t / (1 + t), 1e-12);
+  EXPECT_NEAR(s.engine.deemphasis[1].b1, 0.7 * t / (1 + t) - 0.3 * a, 1e-12);
+  EXPECT_NEAR(s.engine.deemphasis[1].b0, 0.43123, 1e-5);
+  EXPECT_NEAR(s.engine.deemphasis[1].b1, -0.05629, 1e-5);
+  EXPECT_NEAR(s.engine.deemphasis[1].a, 0.62506, 1e-5);
   decoder->Release();
 }
 
@@ -325,12 +325,12 @@ TEST(OpenSequence, DecodesAheadOverTheStartSkip) {
     Class_KXMP3* decoder = OpenFixture("m2_22050_dual_cbr.mp3", 0, bits);
     ASSERT_NE(decoder, nullptr);
     const kxmp3::DecoderState& s = decoder->State();
-    const uint64_t skip = uint64_t{s.lameDelay} * 2 * s.bytesPerSample;
+    const uint64_t skip = uint64_t{s.startSkip} * 2 * s.engine.bytesPerSample;
     ASSERT_GT(skip, 0u);
     // Whole frames were decoded into the frame buffer until the skip was used up;
     // what is left of the last one is the first real audio.
     const uint64_t frames = (skip + s.pcmBufferSize - 1) / s.pcmBufferSize;
-    EXPECT_EQ(s.frameCounter, frames);
+    EXPECT_EQ(s.engine.frameCounter, frames);
     EXPECT_EQ(s.pcmFill, s.pcmBufferSize);
     EXPECT_EQ(s.pcmReadPos, skip - (frames - 1) * s.pcmBufferSize);
     EXPECT_EQ(s.endOfData, 0u);
@@ -343,8 +343,8 @@ TEST(OpenSequence, DeemphasisCanBeSwitchedOff) {
   ASSERT_NE(decoder, nullptr);
   const kxmp3::DecoderState& s = decoder->State();
   EXPECT_NE(s.openFlags & OPEN_FLAG_NO_DEEMPHASIS, 0u);
-  EXPECT_EQ(s.deemphasis[1].b0, 0.0);
-  EXPECT_EQ(s.deemphasis[1].a, 0.0);
+  EXPECT_EQ(s.engine.deemphasis[1].b0, 0.0);
+  EXPECT_EQ(s.engine.deemphasis[1].a, 0.0);
   decoder->Release();
 }
 

@@ -103,7 +103,7 @@ TEST(PcmDelivery, SmallRequestsGoThroughTheFrameBuffer) {
   EXPECT_EQ(written, 3);
   EXPECT_EQ(s.pcmFill, s.pcmBufferSize);
   EXPECT_EQ(s.pcmReadPos, 3u);
-  EXPECT_EQ(s.frameCounter, 1u);
+  EXPECT_EQ(s.engine.frameCounter, 1u);
   EXPECT_EQ(std::memcmp(buffer, s.pcmBuffer, 3), 0);
   decoder->Release();
 }
@@ -117,14 +117,14 @@ TEST(PcmDelivery, WholeFramesGoStraightIntoTheCallersBuffer) {
   int32_t written = -1;
   ASSERT_EQ(decoder->DecodeToPCMData(buffer.data(), 3 * 4608, &written), AF_S_OK);
   EXPECT_EQ(written, 3 * 4608);
-  EXPECT_EQ(s.frameCounter, 3u);
+  EXPECT_EQ(s.engine.frameCounter, 3u);
   // The frame buffer was never used.
   EXPECT_EQ(s.pcmFill, 0u);
   EXPECT_EQ(s.pcmReadPos, s.pcmBufferSize);
   // Two and a half frames: two straight in, the half through the frame buffer.
   ASSERT_EQ(decoder->DecodeToPCMData(buffer.data(), 2 * 4608 + 2304, &written), AF_S_OK);
   EXPECT_EQ(written, 2 * 4608 + 2304);
-  EXPECT_EQ(s.frameCounter, 6u);
+  EXPECT_EQ(s.engine.frameCounter, 6u);
   EXPECT_EQ(s.pcmFill, 4608u);
   EXPECT_EQ(s.pcmReadPos, 2304u);
   decoder->Release();
@@ -175,7 +175,7 @@ TEST(PcmDelivery, EndOfDataWithAPartialLastCall) {
 TEST(PcmDelivery, BadArguments) {
   Class_KXMP3* decoder = OpenFixture("m2_22050_dual_cbr.mp3");
   ASSERT_NE(decoder, nullptr);
-  const uint32_t framesBefore = decoder->State().frameCounter;
+  const uint32_t framesBefore = decoder->State().engine.frameCounter;
   const uint32_t readPosBefore = decoder->State().pcmReadPos;
   int32_t written = -1;
   EXPECT_EQ(decoder->DecodeToPCMData(nullptr, 100, &written), AF_E_POINTER);
@@ -187,7 +187,7 @@ TEST(PcmDelivery, BadArguments) {
   EXPECT_EQ(decoder->DecodeToPCMData(buffer, -5, &written), AF_S_OK);
   EXPECT_EQ(written, 0);
   // Nothing was consumed.
-  EXPECT_EQ(decoder->State().frameCounter, framesBefore);
+  EXPECT_EQ(decoder->State().engine.frameCounter, framesBefore);
   EXPECT_EQ(decoder->State().pcmReadPos, readPosBefore);
   decoder->Release();
 }
@@ -216,7 +216,7 @@ TEST(PcmDelivery, ConcealedFramesAreReportedWithTheirData) {
     }
   }
   EXPECT_GE(frameErrors, 1);
-  EXPECT_GE(decoder->State().errorCount, 1u);
+  EXPECT_GE(decoder->State().engine.errorCount, 1u);
   EXPECT_EQ(total, 44100u * 2 * 2);
   decoder->Release();
 }
@@ -234,7 +234,7 @@ TEST(PcmDelivery, DecoderFailuresArePassedOnWithTheBytesSoFar) {
   const KxResult rc = decoder->DecodeToPCMData(buffer.data(), static_cast<int32_t>(buffer.size()), &written);
   EXPECT_EQ(rc, AF_E_BAD_FORMAT);
   // Eleven frames were delivered before the failure, less the start skip.
-  const uint64_t skip = uint64_t{decoder->State().lameDelay} * 2 * 2;
+  const uint64_t skip = uint64_t{decoder->State().startSkip} * 2 * 2;
   EXPECT_EQ(static_cast<uint64_t>(written), 11u * 4608 - skip);
   decoder->Release();
 }
@@ -294,7 +294,7 @@ TEST(PcmDelivery, RewindStartsAgainWithCumulativeGrowth) {
   Class_KXMP3* decoder = OpenFixture("m1_44100_joint_cbr.mp3");
   ASSERT_NE(decoder, nullptr);
   kxmp3::DecoderState& s = decoder->State();
-  const uint64_t skip = uint64_t{s.lameDelay} * 2 * 2;
+  const uint64_t skip = uint64_t{s.startSkip} * 2 * 2;
   ASSERT_GT(skip, 0u);
   const uint64_t limitAfterOpen = s.pcmTotalBytes;
   const std::vector<uint8_t> first = ReadAll(decoder, {7000});
@@ -324,7 +324,7 @@ TEST(PcmDelivery, TwoRewindsGrowTheLimitByTwoSkips) {
   Class_KXMP3* decoder = OpenFixture("m25_8000_joint_abr.mp3");
   ASSERT_NE(decoder, nullptr);
   const kxmp3::DecoderState& s = decoder->State();
-  const uint64_t skip = uint64_t{s.lameDelay} * s.info.generic.channels * s.bytesPerSample;
+  const uint64_t skip = uint64_t{s.startSkip} * s.info.generic.channels * s.engine.bytesPerSample;
   ASSERT_GT(skip, 0u);
   const uint64_t afterOpen = s.pcmTotalBytes;
   ASSERT_EQ(decoder->Rewind(), AF_S_OK);
@@ -341,7 +341,7 @@ TEST(PcmDelivery, RewindWithoutDelayLeavesTheFrameBufferEmpty) {
   ASSERT_EQ(decoder->Rewind(), AF_S_OK);
   EXPECT_EQ(s.pcmReadPos, s.pcmBufferSize);
   EXPECT_EQ(s.pcmFill, 0u);
-  EXPECT_EQ(s.frameCounter, 0u);
+  EXPECT_EQ(s.engine.frameCounter, 0u);
   EXPECT_EQ(s.endOfData, 0u);
   EXPECT_EQ(s.pcmTotalBytes, s.info.generic.totalPcmBytes);
   EXPECT_TRUE(ReadAll(decoder, {3333}) == first);

@@ -12,6 +12,16 @@ namespace {
 
 using namespace kxtest;
 
+// Can another thread take the object's lock now?
+bool LockFreeForOtherThreads(Class_KXMP3* decoder) {
+  KxResult other = AF_E_FAIL;
+  std::thread([&] {
+    other = decoder->TryLockObject("test", 1);
+    if (other == AF_S_OK) decoder->UnLockObject();
+  }).join();
+  return other == AF_S_OK;
+}
+
 TEST(PositionTime, InformationOnlyOpen) {
   Class_KXMP3* decoder = OpenFixture("m1_44100_joint_cbr.mp3", OPEN_FLAG_INFO_ONLY);
   ASSERT_NE(decoder, nullptr);
@@ -142,12 +152,39 @@ TEST(PositionTime, TheSeekLeavesTheObjectUnlocked) {
   ASSERT_EQ(decoder->SetCurrentPosition(position, AF_ORIGIN_START), AF_S_OK);
   position.i = 400000;
   ASSERT_EQ(decoder->SetCurrentPosition(position, AF_ORIGIN_START), AF_E_OUT_OF_RANGE);
-  KxResult other = AF_E_FAIL;
-  std::thread([&] {
-    other = decoder->TryLockObject("test", 1);
-    if (other == AF_S_OK) decoder->UnLockObject();
-  }).join();
-  EXPECT_EQ(other, AF_S_OK);
+  EXPECT_TRUE(LockFreeForOtherThreads(decoder));
+  decoder->Release();
+}
+
+// A decoder whose object lock records where it was taken from, and can be refused.
+class LockRecordingDecoder : public Class_KXMP3 {
+ public:
+  bool refuse = false;
+  const char* lastFile = nullptr;
+  int lastLine = 0;
+  KxResult LockObject(const char* file, int line) override {
+    if (refuse) return AF_E_FAIL;
+    lastFile = file;
+    lastLine = line;
+    return Class_KXMP3::LockObject(file, line);
+  }
+};
+
+// The seek holds the object lock, named with the source location "KXMP3", line
+// 2560, releases it on every path (a refused range too), and fails when the lock is
+// not obtained.
+TEST(PositionTime, TheSeekTakesTheObjectLockAndFailsWithoutIt) {
+  auto* decoder = new LockRecordingDecoder();
+  ASSERT_EQ(OpenOnMemory(decoder, "m1_44100_joint_cbr.mp3"), AF_S_OK);
+  QWUNION position{};
+  position.i = 400000;
+  EXPECT_EQ(decoder->SetCurrentPosition(position, AF_ORIGIN_START), AF_E_OUT_OF_RANGE);
+  EXPECT_STREQ(decoder->lastFile, "KXMP3");
+  EXPECT_EQ(decoder->lastLine, 2560);
+  EXPECT_TRUE(LockFreeForOtherThreads(decoder));
+  decoder->refuse = true;
+  position.i = 0;
+  EXPECT_EQ(decoder->SetCurrentPosition(position, AF_ORIGIN_START), AF_E_FAIL);
   decoder->Release();
 }
 

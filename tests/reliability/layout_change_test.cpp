@@ -7,7 +7,7 @@
 // (tests/data/regression/module/seek_scan_adopts_other_mpeg_version.mp3).
 #include <gtest/gtest.h>
 
-#include "layout/header_word.h"
+#include "engine/header_word.h"
 #include "reliability_util.h"
 
 namespace {
@@ -34,7 +34,7 @@ void CheckStaysInLayout(const Bytes& data) {
   Opened o = Open(data, u"joined.mp3");
   ASSERT_EQ(o.result, AF_S_OK);
   const kxmp3::DecoderState& s = o.decoder->State();
-  const uint32_t version = kxmp3::header_word::VersionIndex(s.referenceHeader);
+  const uint32_t version = kxmp3::header_word::VersionIndex(s.engine.referenceHeader);
   const uint64_t total = s.info.generic.totalPcmBytes;
   // Seeks far ahead (the scan walks over the joint), back, and to the end; then
   // decoding to the end.
@@ -42,7 +42,7 @@ void CheckStaysInLayout(const Bytes& data) {
     QWUNION position{};
     position.u = total / 1000 * permille / 4 * 4;
     EXPECT_TRUE(Named(o.decoder->SetCurrentPosition(position, AF_ORIGIN_START)));
-    EXPECT_EQ(kxmp3::header_word::VersionIndex(s.referenceHeader), version) << "after a seek to " << permille;
+    EXPECT_EQ(kxmp3::header_word::VersionIndex(s.engine.referenceHeader), version) << "after a seek to " << permille;
     const Drained d = Drain(o.decoder, 4608, 3, 1);
     EXPECT_TRUE(d.named);
     EXPECT_LE(s.frameOutputBytes, s.pcmBufferSize);
@@ -51,7 +51,7 @@ void CheckStaysInLayout(const Bytes& data) {
   const Drained d = Drain(o.decoder, 4608, 100000, 1000);
   EXPECT_TRUE(d.named);
   EXPECT_EQ(d.last, AF_S_END_OF_DATA);
-  EXPECT_EQ(kxmp3::header_word::VersionIndex(s.referenceHeader), version);
+  EXPECT_EQ(kxmp3::header_word::VersionIndex(s.engine.referenceHeader), version);
   // The decoding went through the second file to the stream's end.
   EXPECT_EQ(static_cast<size_t>(o.stream->RawPosition()), data.size());
   Close(o);

@@ -52,12 +52,12 @@ PeakUse OpenWithinBounds(const Bytes& data, const std::u16string& name, KxResult
   if (o.result == AF_S_OK) {
     const kxmp3::DecoderState& s = o.decoder->State();
     const uint64_t most = (s.audioLength / kSmallestFrame + 1 + kxmp3::kFrameIndexSlack) * sizeof(kxmp3::FrameIndexEntry);
-    EXPECT_LE(ZCoreBlockSize(s.frameIndex), most) << "frame index of " << s.frameIndexCapacity << " entries for "
+    EXPECT_LE(ZCoreBlockSize(s.engine.frameIndex), most) << "frame index of " << s.engine.frameIndexCapacity << " entries for "
                                                   << s.audioLength << " bytes of audio";
-    EXPECT_EQ(ZCoreBlockSize(s.frameIndex), size_t{s.frameIndexCapacity} * sizeof(kxmp3::FrameIndexEntry));
+    EXPECT_EQ(ZCoreBlockSize(s.engine.frameIndex), size_t{s.engine.frameIndexCapacity} * sizeof(kxmp3::FrameIndexEntry));
     const Drained d = Drain(o.decoder, 4608, 100000);
     EXPECT_TRUE(d.named);
-    EXPECT_LE(ZCoreBlockSize(o.decoder->State().frameIndex), most + 100 * sizeof(kxmp3::FrameIndexEntry));
+    EXPECT_LE(ZCoreBlockSize(o.decoder->State().engine.frameIndex), most + 100 * sizeof(kxmp3::FrameIndexEntry));
   }
   if (result != nullptr) *result = o.result;
   Close(o);
@@ -335,7 +335,7 @@ TEST(ResourceBounds, SmallestFramesDecodeWithWorkProportionalToTheirNumber) {
   EXPECT_LE(d.pcm.size(), size_t{kFrames} * 576 * 2);
   EXPECT_GE(d.pcm.size(), size_t{kFrames - 2} * 576 * 2);
   EXPECT_LE(o.stream->CallCount() - opened, 8u * kFrames);
-  EXPECT_LE(o.decoder->State().frameIndexCapacity, kFrames + 200);
+  EXPECT_LE(o.decoder->State().engine.frameIndexCapacity, kFrames + 200);
   Close(o);
   OpenWithinBounds(data, u"smallest_frames.mp3");
 }

@@ -7,11 +7,11 @@
 #include <string>
 #include <vector>
 
+#include "host/kx_mp3_info.h"
 #include "host/kxaudiofile.h"
 #include "host/kxcore.h"
 #include "host/zss_plugin.h"
 #include "host/zstream.h"
-#include "plugin/records.h"
 
 int main(int argc, char** argv) {
   if (argc != 3) {

@@ -1,5 +1,5 @@
-// Layout and seeking with the real frame decoder: a minimal open (detection,
-// bounds, buffers, the start skip) and delivery through the frame buffer, then
+// Layout and seeking with the real frame decoder, through the decoder object as a
+// host drives it (opened on an in-memory copy of a fixture, de-emphasis off):
 // - the gapless length and alignment of lame-made streams against mpg123's output,
 // - 200 seeks at random positions with every origin in a VBR and a CBR stream,
 //   forward and backward, before and after the index has seen the target: the
@@ -9,124 +9,55 @@
 
 #include <algorithm>
 #include <array>
-#include <mutex>
+#include <memory>
 #include <random>
 
-#include "engine/decode_frame.h"
-#include "engine/tables.h"
-#include "host/kxcore.h"
-#include "layout/container.h"
+#include "decoder_fixture.h"
+#include "engine/frame_index.h"
 #include "layout/seeking.h"
-#include "layout_test_util.h"
+#include "support/layout_test_util.h"
 
 namespace kxmp3 {
 namespace {
 
 using namespace layouttest;
 
-KxResult Step(DecoderState& s, int intoCaller, void* output, int32_t* count) {
-  const bool skipFirst = s.frameCounter == 0 && s.info.vbrHeaderFrame != 0;
-  return static_cast<KxResult>(skipFirst ? SkipFrame(s, intoCaller, output, count)
-                                         : DecodeFrame(s, intoCaller, output, count));
-}
-
-bool Acceptable(KxResult r) { return r == AF_S_OK || r == AF_S_FRAME_ERROR || r == AF_E_UNDERFLOW; }
-
-// A decoder state opened the way the open sequence does it (16-bit output, or
-// 64-bit float with `bytesPerSample` 8; no de-emphasis), reading through the frame
-// buffer only.
+// A decoder object opened on a fixture (16-bit output, or 64-bit float with
+// `bytesPerSample` 8; no de-emphasis).
 class Decoder {
  public:
-  explicit Decoder(const std::string& fixture, uint32_t bytesPerSample = 2) {
-    static std::once_flag tables;
-    std::call_once(tables, [] { InitDecoderTables(); });
-    Bytes data = LoadFixture(fixture);
-    stream_ = MakeStream(data, u"x.mp3");
-    StreamLayout layout{};
-    alignas(8) MP3Info info{};
-    uint32_t header = 0;
-    ok_ = DetectContainer(stream_.get(), 0, &layout, &info, &header) == AF_S_OK;
-    if (!ok_) return;
-    s_.info = info;
-    s_.openFlags = OPEN_FLAG_NO_DEEMPHASIS;
-    s_.referenceHeader = header;
-    s_.lameDelay = layout.skipAtStart;
-    s_.outputLimitInForce = layout.outputLimitInForce;
-    s_.frameCount = layout.frameCount;
-    s_.bytesPerSample = bytesPerSample;
-    if (bytesPerSample == 8) {
-      s_.info.generic.bitsPerSample = 64;
-      s_.info.generic.totalPcmBytes *= 4;
-      s_.info.generic.formatFlags |= AFI_FLAG_FLOAT;
-    }
-    stream_->SetBounds(static_cast<int64_t>(layout.audioStart), static_cast<int64_t>(layout.audioLength));
-    s_.stream = stream_.get();
-    const uint32_t channels = info.generic.channels;
-    s_.granuleBytes = 576 * channels * bytesPerSample;
-    s_.pcmBufferSize = info.mpegVersion == 1 ? 2 * s_.granuleBytes : s_.granuleBytes;
-    s_.pcmBuffer = static_cast<uint8_t*>(ZCoreAlloc(ZMEM_PLAIN, s_.pcmBufferSize));
-    s_.pcmReadPos = s_.pcmBufferSize;
-    s_.workBlockRaw = static_cast<uint8_t*>(ZCoreAlloc(ZMEM_ZEROED, kWorkBlockRawBytes));
-    s_.workBlock = s_.workBlockRaw;  // the core allocator gives 16-byte aligned blocks
-    s_.workBlockHigh = s_.workBlock + kSynthesisAreaBytes;
-    s_.reservoir = static_cast<uint8_t*>(ZCoreAlloc(ZMEM_ZEROED, kReservoirBytes));
-    s_.frameIndexCapacity = layout.frameCount + kFrameIndexSlack;
-    s_.frameIndex = static_cast<FrameIndexEntry*>(ZCoreAlloc(ZMEM_ZEROED, s_.frameIndexCapacity * sizeof(FrameIndexEntry)));
-    s_.frameIndex[0].offset = ~uint64_t{0};
-    uint64_t skip = uint64_t{s_.lameDelay} * bytesPerSample * channels;
-    s_.pcmTotalBytes = s_.info.generic.totalPcmBytes + skip;
-    while (skip > 0) {
-      KxResult r = Step(s_, 0, nullptr, nullptr);
-      if (!Acceptable(r)) {
-        ok_ = false;
-        return;
-      }
-      uint32_t take = static_cast<uint32_t>(std::min<uint64_t>(skip, Available()));
-      s_.pcmReadPos += take;
-      skip -= take;
-    }
-  }
+  explicit Decoder(const std::string& fixture, uint32_t bytesPerSample = 2)
+      : decoder_(kxtest::OpenFixture(fixture, OPEN_FLAG_NO_DEEMPHASIS, bytesPerSample == 8 ? 64 : 16)) {}
   ~Decoder() {
-    ZCoreFree(s_.pcmBuffer);
-    ZCoreFree(s_.workBlockRaw);
-    ZCoreFree(s_.reservoir);
-    ZCoreFree(s_.frameIndex);
+    if (decoder_ != nullptr) decoder_->Release();
   }
-  bool ok() const { return ok_; }
-  DecoderState& state() { return s_; }
+  bool ok() const { return decoder_ != nullptr; }
+  DecoderState& state() { return decoder_->State(); }
+  Class_KXMP3* object() { return decoder_; }
 
   // Reads up to `n` bytes; fewer at the end of the stream.
   Bytes Read(size_t n) {
-    Bytes out;
-    while (out.size() < n) {
-      if (Available() == 0) {
-        if (s_.endOfData) break;
-        KxResult r = Step(s_, 0, nullptr, nullptr);
-        if (!Acceptable(r)) break;
-        continue;
-      }
-      uint32_t take = static_cast<uint32_t>(std::min<size_t>(n - out.size(), Available()));
-      out.insert(out.end(), s_.pcmBuffer + s_.pcmReadPos, s_.pcmBuffer + s_.pcmReadPos + take);
-      s_.pcmReadPos += take;
+    Bytes out(n);
+    size_t got = 0;
+    while (got < n) {
+      const int32_t want = static_cast<int32_t>(std::min<size_t>(n - got, 1 << 20));
+      int32_t written = 0;
+      const KxResult r = decoder_->DecodeToPCMData(out.data() + got, want, &written);
+      got += static_cast<size_t>(written);
+      if (r != AF_S_OK && r != AF_S_FRAME_ERROR) break;
     }
+    out.resize(got);
     return out;
   }
   uint64_t Position() {
     QWUNION p{};
-    GetPosition(s_, AF_ORIGIN_START, &p);
+    decoder_->GetCurrentPosition(&p, AF_ORIGIN_START);
     return p.u;
   }
+  KxResult Seek(QWUNION position, uint32_t origin) { return decoder_->SetCurrentPosition(position, origin); }
 
  private:
-  uint32_t Available() const { return s_.pcmFill > s_.pcmReadPos ? s_.pcmFill - s_.pcmReadPos : 0; }
-  DecoderState s_{};
-  StreamPtr stream_;
-  bool ok_ = false;
-};
-
-struct LockObject {
-  Class_ZCOM* object = new Class_ZCOM();
-  ~LockObject() { object->Release(); }
+  Class_KXMP3* decoder_;
 };
 
 uint64_t ManifestSamples(const std::string& name) {
@@ -184,7 +115,6 @@ void RandomSeeks(const std::string& fixture, int seeks, uint32_t seed, uint32_t 
   const uint64_t block = whole.state().info.generic.channels * bytesPerSample;
 
   std::mt19937 rng(seed);
-  LockObject lock;
   std::unique_ptr<Decoder> d;
   int scanned = 0, indexed = 0, early = 0;
   for (int i = 0; i < seeks; ++i) {
@@ -197,7 +127,7 @@ void RandomSeeks(const std::string& fixture, int seeks, uint32_t seed, uint32_t 
     const uint64_t want = std::uniform_int_distribution<uint64_t>(0, total / block - 1)(rng) * block;
     const uint32_t origin = std::array<uint32_t, 3>{AF_ORIGIN_START, AF_ORIGIN_END, AF_ORIGIN_CURRENT}[i % 3];
     const uint64_t now = d->Position();
-    const uint64_t delay = uint64_t{s.lameDelay} * block;
+    const uint64_t delay = uint64_t{s.startSkip} * block;
     const uint64_t unread = s.pcmBufferSize - s.pcmReadPos;
     const uint32_t fb = s.pcmBufferSize;
     QWUNION request{};
@@ -219,12 +149,12 @@ void RandomSeeks(const std::string& fixture, int seeks, uint32_t seed, uint32_t 
     const uint32_t frame = static_cast<uint32_t>(target / fb);
     if (frame <= kSeekPreRollFrames) {
       ++early;
-    } else if (frame - kSeekPreRollFrames < s.frameIndexCapacity && s.frameIndex[frame - kSeekPreRollFrames].offset != 0) {
+    } else if (frame - kSeekPreRollFrames < s.engine.frameIndexCapacity && s.engine.frameIndex[frame - kSeekPreRollFrames].offset != 0) {
       ++indexed;
     } else {
       ++scanned;
     }
-    ASSERT_EQ(SetPosition(s, lock.object, request, origin, Step), AF_S_OK) << i;
+    ASSERT_EQ(d->Seek(request, origin), AF_S_OK) << i;
     ASSERT_EQ(d->Position(), expect) << i;
     Bytes got = d->Read(3200);  // whole sample frames, so the next relative request stays aligned
     const size_t n = static_cast<size_t>(std::min<uint64_t>(3200, total - expect));
@@ -246,13 +176,12 @@ TEST(SeekDecode, RandomPositionsInAStreamWithoutHeader) { RandomSeeks("m25_8000_
 TEST(SeekDecode, QuickRelativeSeekOfZeroDropsTheBuffer) {
   Decoder d("m1_32000_joint_cbr_long.mp3");
   ASSERT_TRUE(d.ok());
-  LockObject lock;
   d.Read(1000);
   const uint64_t before = d.Position();
   const uint64_t unread = d.state().pcmBufferSize - d.state().pcmReadPos;
   ASSERT_GT(unread, 0u);
   QWUNION zero{};
-  ASSERT_EQ(SetPosition(d.state(), lock.object, zero, AF_ORIGIN_CURRENT, Step), AF_S_OK);
+  ASSERT_EQ(d.Seek(zero, AF_ORIGIN_CURRENT), AF_S_OK);
   EXPECT_EQ(d.Position(), before + unread);
 }
 
@@ -266,15 +195,14 @@ TEST(SeekDecode, RelativeSeekFromMidSampleKeepsTheOffsetInTheSample) {
   const Bytes ref = whole.Read(1 << 26);
   Decoder d(fixture);
   ASSERT_TRUE(d.ok());
-  LockObject lock;
   ASSERT_EQ(d.Read(1001).size(), 1001u);
   const uint64_t block = d.state().info.generic.channels * 2;
-  const uint64_t delay = uint64_t{d.state().lameDelay} * block;
+  const uint64_t delay = uint64_t{d.state().startSkip} * block;
   const uint64_t before = d.Position();
   ASSERT_EQ(before % block, 1001 % block);
   QWUNION forward{};
   forward.u = 40003;  // rounded down to whole samples: 40000
-  ASSERT_EQ(SetPosition(d.state(), lock.object, forward, AF_ORIGIN_CURRENT, Step), AF_S_OK);
+  ASSERT_EQ(d.Seek(forward, AF_ORIGIN_CURRENT), AF_S_OK);
   const uint64_t expect = before + 40000 + delay;
   ASSERT_EQ(d.Position(), expect);
   EXPECT_EQ(d.Position() % block, 1001 % block);
@@ -294,15 +222,15 @@ TEST(FrameScan, EntriesEqualTheDecodersOwn) {
     decoded.Read(1 << 26);
     DecoderState& a = decoded.state();
     DecoderState& b = scanned.state();
-    const uint32_t from = b.frameCounter;  // the start skip decoded these already
-    while (ScanFrame(b) == AF_S_OK) {
+    const uint32_t from = b.engine.frameCounter;  // the start skip decoded these already
+    while (ScanFrame(b.engine, b.stream) == AF_S_OK) {
     }
-    EXPECT_EQ(b.frameCounter, a.frameCounter);
-    for (uint32_t i = from; i < a.frameCounter && i < b.frameCounter; ++i) {
-      ASSERT_EQ(uint64_t(b.frameIndex[i].offset), uint64_t(a.frameIndex[i].offset)) << i;
-      ASSERT_EQ(b.frameIndex[i].reservoirBitPos, a.frameIndex[i].reservoirBitPos) << i;
-      ASSERT_EQ(b.frameIndex[i].reservoirWrite, a.frameIndex[i].reservoirWrite) << i;
-      ASSERT_EQ(b.frameIndex[i].reservoirFill, a.frameIndex[i].reservoirFill) << i;
+    EXPECT_EQ(b.engine.frameCounter, a.engine.frameCounter);
+    for (uint32_t i = from; i < a.engine.frameCounter && i < b.engine.frameCounter; ++i) {
+      ASSERT_EQ(uint64_t(b.engine.frameIndex[i].offset), uint64_t(a.engine.frameIndex[i].offset)) << i;
+      ASSERT_EQ(b.engine.frameIndex[i].reservoirBitPos, a.engine.frameIndex[i].reservoirBitPos) << i;
+      ASSERT_EQ(b.engine.frameIndex[i].reservoirWrite, a.engine.frameIndex[i].reservoirWrite) << i;
+      ASSERT_EQ(b.engine.frameIndex[i].reservoirFill, a.engine.frameIndex[i].reservoirFill) << i;
     }
   }
 }

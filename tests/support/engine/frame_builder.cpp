@@ -1,5 +1,5 @@
 // Byte-built Layer III data for the engine tests (see frame_builder.h).
-#include "frame_builder.h"
+#include "support/engine/frame_builder.h"
 
 #include <cstdlib>
 #include <stdexcept>
@@ -139,6 +139,38 @@ std::vector<uint8_t> SilentFrame(const HeaderFields& h) {
   const bool mpeg1 = h.versionBits == 3;
   const uint32_t channels = h.mode == 3 ? 1 : 2;
   return MakeFrame(h, EncodeSideInfo(SideFields{}, mpeg1, channels), {});
+}
+
+std::vector<uint8_t> ToneFrame(const HeaderFields& h, uint32_t mainDataBegin) {
+  const bool mpeg1 = h.versionBits == 3;
+  const uint32_t channels = h.mode == 3 ? 1 : 2;
+  SideFields side;
+  side.main_data_begin = mainDataBegin;
+  BitWriter w;
+  const uint32_t granules = mpeg1 ? 2 : 1;
+  for (uint32_t gr = 0; gr < granules; ++gr) {
+    for (uint32_t ch = 0; ch < channels; ++ch) {
+      const uint32_t start = w.BitCount();
+      for (int i = 0; i < 8; ++i) EncodePair(w, 1, (i % 2) ? 1 : -1, 1);
+      GranuleFields& g = side.gr[gr][ch];
+      g.part2_3_length = w.BitCount() - start;
+      g.big_values = 8;
+      g.global_gain = 210;
+      g.table_select[0] = g.table_select[1] = g.table_select[2] = 1;
+      g.region0_count = 15;
+      g.region1_count = 7;
+    }
+  }
+  return MakeFrame(h, EncodeSideInfo(side, mpeg1, channels), w.Bytes());
+}
+
+std::vector<uint8_t> SilentFrames(const HeaderFields& h, int count) {
+  std::vector<uint8_t> d;
+  for (int i = 0; i < count; ++i) {
+    const auto f = SilentFrame(h);
+    d.insert(d.end(), f.begin(), f.end());
+  }
+  return d;
 }
 
 }  // namespace kxtest

@@ -1,11 +1,13 @@
 // Test harness of the decoding engine (see engine_harness.h).
-#include "engine_harness.h"
+#include "support/engine/engine_harness.h"
 
 #include <cstring>
 #include <mutex>
 
+#include "engine/byte_order.h"
 #include "engine/decode_frame.h"
 #include "engine/frame_header.h"
+#include "engine/header_word.h"
 #include "engine/output.h"
 #include "engine/tables.h"
 #include "host/kxcore.h"
@@ -14,20 +16,11 @@ namespace kxtest {
 
 namespace {
 
-uint32_t WordAt(const std::vector<uint8_t>& d, size_t i) {
-  return (uint32_t{d[i]} << 24) | (uint32_t{d[i + 1]} << 16) | (uint32_t{d[i + 2]} << 8) | d[i + 3];
-}
-
-uint32_t LengthOf(uint32_t word) {
-  kxmp3::FrameHeader h{};
-  h.version = ((~word >> 20) & 1) + ((~word >> 19) & 1);
-  h.bitrate_index = (word >> 12) & 15;
-  h.rate_code = h.version * 3 + ((word >> 10) & 3);
-  h.padding = (word >> 9) & 1;
-  return kxmp3::FrameLength(h);
-}
+uint32_t WordAt(const std::vector<uint8_t>& d, size_t i) { return kxmp3::BigEndian32(&d[i]); }
 
 }  // namespace
+
+uint32_t FrameLengthOf(uint32_t word) { return kxmp3::header_word::HeaderFrameLength(word); }
 
 void EnsureDecoderTables() {
   static std::once_flag once;
@@ -50,14 +43,15 @@ int64_t FindFirstFrame(const std::vector<uint8_t>& data) {
   for (size_t i = 0; i + 4 <= data.size(); ++i) {
     const uint32_t w = WordAt(data, i);
     if (!kxmp3::IsLayer3Header(w)) continue;
-    const size_t next = i + LengthOf(w);
+    const size_t next = i + FrameLengthOf(w);
     if (next + 4 > data.size()) return static_cast<int64_t>(i);  // a lone last frame
     if (((WordAt(data, next) ^ w) & kxmp3::kHeaderCompareMask) == 0) return static_cast<int64_t>(i);
   }
   return -1;
 }
 
-std::unique_ptr<EngineHarness> EngineHarness::Open(std::vector<uint8_t> data, const HarnessOptions& options) {
+std::unique_ptr<EngineHarness> EngineHarness::Open(std::vector<uint8_t> data, const HarnessOptions& options,
+                                                   kxmp3::EngineState* external) {
   EnsureDecoderTables();
   const int64_t start = options.audioStart >= 0 ? options.audioStart : FindFirstFrame(data);
   if (start < 0 || static_cast<size_t>(start) + 4 > data.size()) return nullptr;
@@ -71,7 +65,7 @@ std::unique_ptr<EngineHarness> EngineHarness::Open(std::vector<uint8_t> data, co
     const uint32_t w = WordAt(data, p);
     if (!kxmp3::IsLayer3Header(w) || ((w ^ first) & kxmp3::kHeaderCompareMask) != 0) break;
     ++frames;
-    p += LengthOf(w);
+    p += FrameLengthOf(w);
   }
   h->frameCount_ = options.frameCountOverride >= 0 ? static_cast<uint32_t>(options.frameCountOverride) : frames;
 
@@ -80,27 +74,21 @@ std::unique_ptr<EngineHarness> EngineHarness::Open(std::vector<uint8_t> data, co
   h->stream_->SetBounds(start, static_cast<int64_t>(size) - start);
   h->stream_->Seek(0, ZS_SEEK_SET);
 
-  auto* s = static_cast<kxmp3::DecoderState*>(ZCoreAlloc(ZMEM_ZEROED, sizeof(kxmp3::DecoderState)));
+  auto* s = external != nullptr ? external
+                                 : static_cast<kxmp3::EngineState*>(ZCoreAlloc(ZMEM_ZEROED, sizeof(kxmp3::EngineState)));
   h->state_ = s;
-  s->stream = h->stream_;
-  const uint32_t version = ((~first >> 20) & 1) + ((~first >> 19) & 1);
-  const uint32_t rateCode = version * 3 + ((first >> 10) & 3);
-  h->channels_ = ((first >> 6) & 3) == 3 ? 1 : 2;
-  h->sampleRate_ = kxmp3::kSampleRates[rateCode];
-  s->info.generic.channels = h->channels_;
-  s->info.generic.sampleRate = h->sampleRate_;
-  s->info.generic.bitsPerSample = options.bytesPerSample * 8;
-  s->info.vbrHeaderFrame = options.skipFirstFrame ? 1 : 0;
-  s->mpegVersion = version == 2 ? 3 : version + 1;
-  s->frameCount = h->frameCount_;
-  s->openFlags = options.noDeemphasis ? OPEN_FLAG_NO_DEEMPHASIS : 0;
+  h->ownsState_ = external == nullptr;
+  const uint32_t version = kxmp3::header_word::VersionIndex(first);
+  h->channels_ = kxmp3::header_word::Channels(first);
+  h->sampleRate_ = kxmp3::kSampleRates[kxmp3::header_word::RateCode(first)];
+  s->skipFirstFrame = options.skipFirstFrame ? 1 : 0;
+  s->noDeemphasis = options.noDeemphasis ? 1 : 0;
 
   // Buffers as the open sequence makes them.
   s->bytesPerSample = options.bytesPerSample;
   s->granuleBytes = kxmp3::kLinesPerGranule * h->channels_ * s->bytesPerSample;
-  s->pcmBufferSize = s->granuleBytes * (version == 0 ? 2 : 1);
-  s->pcmBuffer = static_cast<uint8_t*>(ZCoreAlloc(ZMEM_PLAIN, s->pcmBufferSize));
-  s->pcmReadPos = s->pcmBufferSize;
+  s->frameBytes = s->granuleBytes * (version == 0 ? 2 : 1);
+  h->frameBuffer_.assign(s->frameBytes, 0);
   s->workBlockRaw = static_cast<uint8_t*>(ZCoreAlloc(ZMEM_ZEROED, kxmp3::kWorkBlockRawBytes));
   s->workBlock = s->workBlockRaw + (16 - (reinterpret_cast<uintptr_t>(s->workBlockRaw) & 15));
   s->workBlockHigh = s->workBlock + kxmp3::kSynthesisAreaBytes;
@@ -110,9 +98,6 @@ std::unique_ptr<EngineHarness> EngineHarness::Open(std::vector<uint8_t> data, co
       ZCoreAlloc(ZMEM_ZEROED, static_cast<size_t>(s->frameIndexCapacity) * sizeof(kxmp3::FrameIndexEntry)));
   s->frameIndex[0].offset = ~uint64_t{0};
   s->referenceHeader = first;
-  s->pcmTotalBytes = options.outputLimit >= 0 ? static_cast<uint64_t>(options.outputLimit)
-                                              : static_cast<uint64_t>(h->frameCount_) * s->pcmBufferSize;
-  s->outputLimitInForce = options.outputLimitInForce ? 1 : 0;
   if (!options.noDeemphasis) kxmp3::SetupDeemphasis(*s, h->sampleRate_);
   return h;
 }
@@ -120,57 +105,35 @@ std::unique_ptr<EngineHarness> EngineHarness::Open(std::vector<uint8_t> data, co
 EngineHarness::~EngineHarness() {
   if (state_ != nullptr) {
     ZCoreFree(state_->frameIndex);
-    ZCoreFree(state_->pcmBuffer);
     ZCoreFree(state_->workBlockRaw);
     ZCoreFree(state_->reservoir);
-    ZCoreFree(state_);
+    if (ownsState_) ZCoreFree(state_);
   }
   if (stream_ != nullptr) stream_->Release();
 }
 
 int32_t EngineHarness::DecodeOne(std::vector<uint8_t>& out) {
-  kxmp3::DecoderState& s = *state_;
-  const bool skip = s.frameCounter == 0 && s.info.vbrHeaderFrame != 0;
-  s.pcmFill = 0;
-  s.pcmReadPos = 0;
-  const int32_t status = skip ? kxmp3::SkipFrame(s, 0, nullptr, nullptr) : kxmp3::DecodeFrame(s, 0, nullptr, nullptr);
-  if (s.pcmFill > s.pcmReadPos) out.insert(out.end(), s.pcmBuffer + s.pcmReadPos, s.pcmBuffer + s.pcmFill);
+  uint32_t made = 0;
+  const int32_t status = kxmp3::DecodeNextFrame(*state_, stream_, frameBuffer_.data(), &made);
+  out.insert(out.end(), frameBuffer_.begin(), frameBuffer_.begin() + made);
   return status;
 }
 
 EngineHarness::RunResult EngineHarness::DecodeAll(uint32_t maxCalls) {
-  RunResult r;
-  for (uint32_t i = 0; i < maxCalls; ++i) {
-    const int32_t status = DecodeOne(r.pcm);
-    r.statuses.push_back(status);
-    if (status == static_cast<int32_t>(AF_S_END_OF_DATA)) {
-      r.ended = true;
-      break;
-    }
-  }
-  return r;
+  return RunUntilEnd([this](std::vector<uint8_t>& out) { return DecodeOne(out); }, maxCalls);
 }
 
 EngineHarness::RunResult EngineHarness::DecodeAllIntoCaller(uint32_t room, uint32_t maxCalls) {
-  RunResult r;
-  kxmp3::DecoderState& s = *state_;
   std::vector<uint8_t> buffer(room);
-  for (uint32_t i = 0; i < maxCalls; ++i) {
-    const bool skip = s.frameCounter == 0 && s.info.vbrHeaderFrame != 0;
-    int32_t count = static_cast<int32_t>(room);
-    s.pcmFill = 0;
-    s.pcmReadPos = 0;
-    const int32_t status =
-        skip ? kxmp3::SkipFrame(s, 1, buffer.data(), &count) : kxmp3::DecodeFrame(s, 1, buffer.data(), &count);
-    r.statuses.push_back(status);
-    if (count > 0) r.pcm.insert(r.pcm.end(), buffer.begin(), buffer.begin() + count);
-    if (s.pcmFill > s.pcmReadPos) r.pcm.insert(r.pcm.end(), s.pcmBuffer + s.pcmReadPos, s.pcmBuffer + s.pcmFill);
-    if (status == static_cast<int32_t>(AF_S_END_OF_DATA)) {
-      r.ended = true;
-      break;
-    }
-  }
-  return r;
+  uint8_t* target = room >= frameBuffer_.size() ? buffer.data() : frameBuffer_.data();
+  return RunUntilEnd(
+      [&](std::vector<uint8_t>& out) {
+        uint32_t made = 0;
+        const int32_t status = kxmp3::DecodeNextFrame(*state_, stream_, target, &made);
+        out.insert(out.end(), target, target + made);
+        return status;
+      },
+      maxCalls);
 }
 
 std::vector<int16_t> AsInt16(const std::vector<uint8_t>& bytes) {

@@ -79,6 +79,12 @@ std::vector<uint8_t> MakeFrame(const HeaderFields& h, const std::vector<uint8_t>
                                const std::vector<uint8_t>& mainData);
 // A frame whose side information and main data are all zero: it decodes to silence.
 std::vector<uint8_t> SilentFrame(const HeaderFields& h);
+// A frame that decodes to sound: every granule-channel holds 16 values of +-1
+// through table 1 and a global gain of 210, all in the frame's own main data
+// (main_data_begin as given).
+std::vector<uint8_t> ToneFrame(const HeaderFields& h, uint32_t mainDataBegin = 0);
+// `count` silent frames one after another.
+std::vector<uint8_t> SilentFrames(const HeaderFields& h, int count);
 // Frame length in bytes of a header.
 uint32_t FrameBytes(const HeaderFields& h);
 uint32_t MainDataBytes(const HeaderFields& h);

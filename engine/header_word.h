@@ -1,12 +1,12 @@
-// Fields of a frame header word as the layout code needs them: MPEG version, rate
-// code, frame length, side-information size, samples per frame. The word is the
-// header's four bytes read big-endian (bit 31 = first bit of the first byte); it
-// must have passed IsLayer3Header before the length functions are used.
+// The fields of a frame header word: the header's four bytes read big-endian
+// (bit 31 = first bit of the first byte). The frame reader, the frame scan, the
+// header parser and the container detection all decode header bits here. The
+// length functions need a word that passed IsLayer3Header.
 #pragma once
 
 #include <cstdint>
 
-#include "../engine/frame_header.h"
+#include "frame_header.h"
 
 namespace kxmp3::header_word {
 
@@ -15,19 +15,21 @@ namespace kxmp3::header_word {
 constexpr uint32_t kWalkCompareMask = 0xFFFF0C00u;
 
 inline uint32_t SyncBits(uint32_t w) { return w >> 21; }
-inline uint32_t VersionBits(uint32_t w) { return (w >> 19) & 3; }
-inline uint32_t LayerBits(uint32_t w) { return (w >> 17) & 3; }
-inline uint32_t ProtectionBit(uint32_t w) { return (w >> 16) & 1; }
+inline uint32_t VersionBits(uint32_t w) { return (w >> 19) & 3; }  // 11 MPEG-1, 10 MPEG-2, 01 reserved, 00 MPEG-2.5
+inline uint32_t LayerBits(uint32_t w) { return (w >> 17) & 3; }    // 01 Layer III
+inline uint32_t ProtectionBit(uint32_t w) { return (w >> 16) & 1; }  // 0: a check word follows
 inline uint32_t BitrateIndex(uint32_t w) { return (w >> 12) & 0xF; }
 inline uint32_t RateBits(uint32_t w) { return (w >> 10) & 3; }
 inline uint32_t PaddingBit(uint32_t w) { return (w >> 9) & 1; }
 inline uint32_t PrivateBit(uint32_t w) { return (w >> 8) & 1; }
 inline uint32_t ModeBits(uint32_t w) { return (w >> 6) & 3; }  // 0 stereo, 1 joint, 2 dual, 3 single
+inline uint32_t ModeExtension(uint32_t w) { return (w >> 4) & 3; }
 inline uint32_t CopyrightBit(uint32_t w) { return (w >> 3) & 1; }
 inline uint32_t OriginalBit(uint32_t w) { return (w >> 2) & 1; }
 inline uint32_t EmphasisBits(uint32_t w) { return w & 3; }
 
-// 0 MPEG-1, 1 MPEG-2, 2 MPEG-2.5 (version bits 11, 10, 00).
+// 0 MPEG-1, 1 MPEG-2, 2 MPEG-2.5 (version bits 11, 10, 00), computed as
+// (not bit 20) + (not bit 19).
 inline uint32_t VersionIndex(uint32_t w) { return (1u - ((w >> 20) & 1)) + (1u - ((w >> 19) & 1)); }
 inline uint32_t RateCode(uint32_t w) { return VersionIndex(w) * 3 + RateBits(w); }
 inline uint32_t Channels(uint32_t w) { return ModeBits(w) == 3 ? 1 : 2; }

@@ -1,5 +1,5 @@
 // Manifest reader of the layout tests (see layout_test_util.h).
-#include "layout_test_util.h"
+#include "support/layout_test_util.h"
 
 #include <fstream>
 #include <sstream>

@@ -1,0 +1,2 @@
+// A layout header (target of the sideways include above).
+#pragma once

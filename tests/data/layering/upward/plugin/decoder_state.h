@@ -1,0 +1,2 @@
+// A plug-in header (target of the upward include above).
+#pragma once
