@@ -6,6 +6,7 @@
 // move on.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 #include "../engine/engine_state.h"
@@ -28,8 +29,8 @@ struct DecoderState {
   uint32_t openFlags;           // OPEN_FLAG_* of host/kxaudiofile.h as applied to this object
 
   // --- Stream description (filled by layout detection and header parsing) ---
-  MP3Info info;
   uint32_t mpegVersion;         // 1, 2, or 3 for MPEG-2.5
+  MP3Info info;                 // packed; placed so that its 64-bit fields lie on 8-byte boundaries
   uint32_t frameCount;          // frames of the stream (header, count or estimate)
   uint32_t startSkip;           // samples the open sequence and Rewind skip at the start
   uint32_t countSource;         // how the frame count was found (MP3_HEADER_FLAG_*)
@@ -47,5 +48,10 @@ struct DecoderState {
   // --- The engine: reservoir, frame index, filterbank state, output layout ---
   EngineState engine;
 };
+
+// The information record's 64-bit fields sit 4 bytes past an 8-byte boundary of the
+// record (2060, 2068, 2092): with the record 4 bytes past a boundary, they are
+// aligned, and code may read them like any other field.
+static_assert(offsetof(DecoderState, info) % 8 == 4);
 
 }  // namespace kxmp3
