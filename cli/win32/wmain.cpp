@@ -1,14 +1,22 @@
 // kxhost's entry on Windows: the system gives the arguments as UTF-16; they become
 // UTF-8, which the rest of kxhost reads (as on Linux), and main.cpp's main (renamed
-// KxHostMain for this build) runs with them.
+// KxHostMain for this build) runs with them. Standard output and error are binary, so
+// kxhost writes the same bytes as on Linux (lines end in a line feed; samples pass
+// untranslated).
 #include "../../platform/win32/windows_api.h"
 
+#include <fcntl.h>
+#include <io.h>
+
+#include <cstdio>
 #include <string>
 #include <vector>
 
 int KxHostMain(int argc, char** argv);
 
 int wmain(int argc, wchar_t** argv) {
+  _setmode(_fileno(stdout), _O_BINARY);
+  _setmode(_fileno(stderr), _O_BINARY);
   std::vector<std::string> arguments;
   arguments.reserve(static_cast<size_t>(argc));
   for (int i = 0; i < argc; ++i) {
