@@ -11,8 +11,14 @@ TEST(LibraryAttach, SecondAttachDoesNotRebuildTheTables) {
   // The test executable has no module entry of its own, so the counter starts at 0.
   ASSERT_EQ(kxmp3::AttachCount(), 0u);
   const uint32_t buildsBefore = kxmp3::TableBuildCount();
+#if defined(_WIN32)
+  // Windows hands out handles of loaded libraries only: two this program has loaded.
+  HMODULE first = KxGetResourceModule("KXLibCore");
+  HMODULE second = KxGetResourceModule("KXAFLib");
+#else
   HMODULE first = KxGetResourceModule("attach-test-first");
   HMODULE second = KxGetResourceModule("attach-test-second");
+#endif
   ASSERT_NE(first, nullptr);
   ASSERT_NE(first, second);
 
