@@ -26,7 +26,11 @@ TEST(LibraryAttach, SecondAttachDoesNotRebuildTheTables) {
   EXPECT_EQ(kxmp3::AttachCount(), 1u);
   EXPECT_EQ(kxmp3::TableBuildCount(), buildsBefore + 1);
   EXPECT_EQ(kxmp3::ModuleHandle(), first);
+#if !defined(_WIN32)
+  // (Windows refuses the call for a library with static thread-local storage, as
+  // these two stand-ins have; the module's own DllMain makes it for itself.)
   EXPECT_NE(KxThreadLibraryCallsDisabled(first), 0);
+#endif
 
   EXPECT_FALSE(kxmp3::ProcessAttach(second));
   EXPECT_EQ(kxmp3::AttachCount(), 2u);
