@@ -8,6 +8,7 @@
 #include "commands.h"
 #include "decoder_session.h"
 #include "host/kxcore.h"
+#include "show_windows.h"
 #include "platform/kx_platform.h"
 #include "text.h"
 
@@ -38,11 +39,12 @@ void PrintIndented(const std::string& text) {
   }
 }
 
-int RunDialog(const GlobalOptions& options, const std::string& file) {
+int RunDialog(const GlobalOptions& options, const std::string& file, double showSeconds) {
   const auto module = PrepareModule(options);
   DecoderSession session(*module, file, OPEN_FLAG_INFO_ONLY, 16);
   KxResult rc = session.Audio()->FileInfoDialog(nullptr);
   if (rc != AF_S_OK) throw CliError("the decoder could not open its dialog: " + ResultText(rc));
+  KeepDialogsShown(showSeconds);
   // The dialog gives the focus to one of its controls; that control leads to it.
   HWND focus = KxGetFocus();
   HWND dialog = focus != nullptr ? KxGetParent(focus) : nullptr;
@@ -85,15 +87,19 @@ int RunDialog(const GlobalOptions& options, const std::string& file) {
 void AddDialogCommand(CLI::App& app, const GlobalOptions& options, CommandResult& result) {
   CLI::App* sub = app.add_subcommand("dialog", "open the file-information dialog of FILE, print it, close it with OK");
   static std::string file;  // the parsed argument, read by the callback
+  static double showSeconds = 0;
   sub->add_option("FILE", file, "audio file")->required();
+  sub->add_option("--show", showSeconds, "seconds the dialog stays on screen before it is read (Windows)")
+      ->check(CLI::Range(0.0, 3600.0));
   sub->footer(
-      "Opens the module's own file-information dialog the way a player does (headless\n"
-      "here), prints its title and every control's text, then presses OK.\n"
+      "Opens the module's own file-information dialog the way a player does (a real\n"
+      "window on Windows, headless on Linux), prints its title and every control's text,\n"
+      "then presses OK.\n"
       "\n"
       "Examples:\n"
       "  kxhost dialog song.mp3\n"
       "  kxhost dialog --codepage 932 japanese.mp3");
-  sub->callback([&options, &result] { result.exitCode = RunDialog(options, file); });
+  sub->callback([&options, &result] { result.exitCode = RunDialog(options, file, showSeconds); });
 }
 
 }  // namespace kxhost

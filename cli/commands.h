@@ -38,5 +38,7 @@ void AddInfoCommand(CLI::App& app, const GlobalOptions& options, CommandResult& 
 void AddDecodeCommand(CLI::App& app, const GlobalOptions& options, CommandResult& result);
 // kxhost dialog FILE: opens the file-information dialog, prints it, closes it with OK.
 void AddDialogCommand(CLI::App& app, const GlobalOptions& options, CommandResult& result);
+// kxhost about [--show SECONDS]: shows the module's about box.
+void AddAboutCommand(CLI::App& app, const GlobalOptions& options, CommandResult& result);
 
 }  // namespace kxhost

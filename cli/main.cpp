@@ -37,6 +37,7 @@ int main(int argc, char** argv) {
   kxhost::AddInfoCommand(app, options, result);
   kxhost::AddDecodeCommand(app, options, result);
   kxhost::AddDialogCommand(app, options, result);
+  kxhost::AddAboutCommand(app, options, result);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {

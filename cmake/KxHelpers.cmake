@@ -18,12 +18,24 @@ function(kx_add_component)
   endif()
 endfunction()
 
-# kx_add_test_suite(NAME <exe> DEPS <targets...>)
+# kx_add_test_suite(NAME <exe> DEPS <targets...> [NOT_ON_WINDOWS <files...>]
+#                   [WINE_GTEST_FILTER <filter>])
 # A GoogleTest executable from every *_test.cpp of the calling folder, registered
-# with CTest (tests discovered when ctest runs).
+# with CTest (tests discovered when ctest runs). Under Wine each suite is one CTest
+# test (one Wine process for the whole suite rather than one per test); the files
+# named NOT_ON_WINDOWS test POSIX matters and are left out of the Windows build;
+# *_win32_test.cpp files test Windows matters and are built on Windows only;
+# WINE_GTEST_FILTER leaves out tests that expect the headless POSIX backend's answers.
 function(kx_add_test_suite)
-  cmake_parse_arguments(ARG "" "NAME" "DEPS" ${ARGN})
+  cmake_parse_arguments(ARG "" "NAME;WINE_GTEST_FILTER" "DEPS;NOT_ON_WINDOWS" ${ARGN})
   file(GLOB _sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/*.cpp)
+  if(WIN32)
+    foreach(_file ${ARG_NOT_ON_WINDOWS})
+      list(REMOVE_ITEM _sources ${CMAKE_CURRENT_SOURCE_DIR}/${_file})
+    endforeach()
+  else()
+    list(FILTER _sources EXCLUDE REGEX ".*_win32_test\\.cpp$")
+  endif()
   if(NOT _sources)
     return()
   endif()
@@ -34,6 +46,15 @@ function(kx_add_test_suite)
   if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
     target_compile_options(${ARG_NAME} PRIVATE -Wno-stringop-overflow -Wno-stringop-overread -Wno-restrict -Wno-array-bounds)
   endif()
-  gtest_discover_tests(${ARG_NAME} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60
-                       PROPERTIES ENVIRONMENT "KX_ANSI_CODEPAGE=1252")
+  if(CMAKE_CROSSCOMPILING)
+    set(_filter "")
+    if(ARG_WINE_GTEST_FILTER)
+      set(_filter "--gtest_filter=${ARG_WINE_GTEST_FILTER}")
+    endif()
+    add_test(NAME ${ARG_NAME} COMMAND ${ARG_NAME} --gtest_brief=1 ${_filter})
+    set_tests_properties(${ARG_NAME} PROPERTIES ENVIRONMENT "KX_ANSI_CODEPAGE=1252" TIMEOUT 1200)
+  else()
+    gtest_discover_tests(${ARG_NAME} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60
+                         PROPERTIES ENVIRONMENT "KX_ANSI_CODEPAGE=1252")
+  endif()
 endfunction()

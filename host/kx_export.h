@@ -22,7 +22,10 @@
 #define KXAF_API KX_DLL_IMPORT
 #endif
 
-#if defined(KXPLATFORM_BUILD)
+// The Windows build links the platform layer statically into each PE file.
+#if defined(KXPLATFORM_STATIC)
+#define KXPLAT_API
+#elif defined(KXPLATFORM_BUILD)
 #define KXPLAT_API KX_DLL_EXPORT
 #else
 #define KXPLAT_API KX_DLL_IMPORT

@@ -83,6 +83,10 @@ KXCORE_API KxResult ZCoreUnregisterModelessDialog(HWND dialog);
 // Host side: is `dialog` in the list? How many are?
 KXCORE_API int ZCoreIsModelessDialog(HWND dialog);
 KXCORE_API int ZCoreModelessDialogCount(void);
+// Host side, the routing step of a message loop: offers `message` (a system MSG) to
+// each listed dialog (IsDialogMessageW); 1 when one took it, and then the loop neither
+// translates nor dispatches it. Headless dialogs take no messages: 0.
+KXCORE_API int ZCoreIsDialogMessage(void* message);
 
 // 43 / 45: lock / unlock an object (recursive; really excludes other threads).
 // `file` and `line` name the caller for diagnostics.

@@ -1,16 +1,21 @@
 // The Windows calls the module and the host libraries make, behind one small
-// interface. The POSIX backend (libKXPlatform) implements them on Linux; a Win32
-// build maps each one to the system call of the same name.
+// interface, with two backends: posix/ (the shared library libKXPlatform on Linux)
+// and win32/ (a static library on Windows, linked into each of the three PE files,
+// whose functions call the system function of the same name).
 //
-// Code pages: code page 0 (CP_ACP) is the "ANSI code page", which on POSIX is a
-// setting of the host: the environment variable KX_ANSI_CODEPAGE holding a Windows
-// code-page number (default 1252). 932, 936, 949, 950, 1252 and 65001 are supported
-// (through iconv), among others iconv knows as "CPnnnn".
+// Code pages: code page 0 (CP_ACP) is the "ANSI code page". On POSIX it is a setting
+// of the host: the environment variable KX_ANSI_CODEPAGE holding a Windows code-page
+// number (default 1252); 932, 936, 949, 950, 1252 and 65001 are supported (through
+// iconv), among others iconv knows as "CPnnnn". On Windows it is the system's ANSI
+// code page, unless the process environment holds KX_ANSI_CODEPAGE (which
+// KxSetAnsiCodePage sets, so that a host such as kxhost and the module it loads,
+// each with its own copy of the backend, agree on one setting).
 //
-// Windows: a headless implementation. Dialogs are made from templates that a module
-// registers (KxRegisterDialogTemplate); their controls keep texts, combo-box lists
-// and selections, focus and window properties, so a host can show them and tests
-// can read them back.
+// Windows: on POSIX a headless implementation. Dialogs are made from templates that
+// a module registers (KxRegisterDialogTemplate); their controls keep texts,
+// combo-box lists and selections, focus and window properties, so a host can show
+// them and tests can read them back. On Windows these are the real windows, made
+// from dialog resources of the module.
 #pragma once
 
 #include <cstddef>
@@ -21,8 +26,12 @@
 
 extern "C" {
 
+// Constants named after the system's; a file that includes <windows.h> through
+// platform/win32/windows_api.h has them from the system already (same values).
+#if !defined(KX_WINDOWS_API_INCLUDED)
 constexpr uint32_t CP_ACP = 0;
 constexpr uint32_t CP_UTF8 = 65001;
+#endif
 
 // Sets the ANSI code page for this process (overrides KX_ANSI_CODEPAGE); 0 = back to
 // the environment setting. Returns 0 on success, -1 for a code page iconv lacks.
@@ -30,8 +39,10 @@ KXPLAT_API int KxSetAnsiCodePage(uint32_t codePage);
 // The code page CP_ACP stands for.
 KXPLAT_API uint32_t KxGetAnsiCodePage(void);
 
+#if !defined(KX_WINDOWS_API_INCLUDED)
 // Flag of KxMultiByteToWideChar: fail (return 0) instead of replacing undecodable bytes.
 constexpr uint32_t MB_ERR_INVALID_CHARS = 0x00000008;
+#endif
 
 // Like MultiByteToWideChar: converts `srcBytes` bytes (-1: up to and including the
 // terminator) to UTF-16. With dstChars 0 returns the units needed. Returns 0 on error
@@ -55,22 +66,26 @@ KXPLAT_API int KxIsDBCSLeadByteEx(uint32_t codePage, uint8_t byte);
 // `path`, or to its terminator when there is none.
 KXPLAT_API const char16_t* KxPathFindExtensionW(const char16_t* path);
 
-// Like DisableThreadLibraryCalls (no effect on POSIX; recorded for tests).
+// Like DisableThreadLibraryCalls (on POSIX no effect; recorded for tests on both).
 KXPLAT_API int KxDisableThreadLibraryCalls(HMODULE module);
 KXPLAT_API int KxThreadLibraryCallsDisabled(HMODULE module);
 
+#if !defined(KX_WINDOWS_API_INCLUDED)
 // Message box.
 constexpr uint32_t MB_OK = 0x00000000;
 constexpr uint32_t MB_TOPMOST = 0x00040000;
 constexpr int IDOK = 1;
 constexpr int IDCANCEL = 2;
-// Shows a message box through the installed handler (default: prints
-// "caption: text" to standard error) and returns IDOK.
+#endif
+// Shows a message box through the installed handler, else (POSIX) prints
+// "caption: text" to standard error and returns IDOK, or (Windows) shows it with
+// MessageBoxW and returns the button pressed.
 KXPLAT_API int KxMessageBoxW(HWND owner, const char16_t* text, const char16_t* caption, uint32_t type);
 using KxMessageBoxHandler = int (*)(HWND owner, const char16_t* text, const char16_t* caption, uint32_t type,
                                     void* context);
 KXPLAT_API void KxSetMessageBoxHandler(KxMessageBoxHandler handler, void* context);
 
+#if !defined(KX_WINDOWS_API_INCLUDED)
 // Window messages used by dialogs.
 constexpr uint32_t WM_INITDIALOG = 0x0110;
 constexpr uint32_t WM_COMMAND = 0x0111;
@@ -91,6 +106,7 @@ constexpr uint32_t CB_GETLBTEXT = 0x0148;
 constexpr uint32_t CB_GETLBTEXTLEN = 0x0149;
 constexpr uint32_t CB_RESETCONTENT = 0x014B;
 constexpr intptr_t CB_ERR = -1;
+#endif
 
 using DLGPROC = intptr_t (*)(HWND dialog, uint32_t message, uintptr_t wParam, intptr_t lParam);
 
@@ -107,9 +123,12 @@ struct KxDialogTemplate {
   int controlCount;
 };
 // Registers (or replaces) dialog template `templateId` of `module`; the data is copied.
-// Returns 1, or 0 for a null module or template.
+// Returns 1, or 0 for a null module or template. On Windows the templates are dialog
+// resources of the module and nothing is registered: 1 when the module holds a
+// dialog resource of that id.
 KXPLAT_API int KxRegisterDialogTemplate(HMODULE module, int templateId, const KxDialogTemplate* dialogTemplate);
-// A module handle for a library's resources, made once per name.
+// A module handle for a library's resources, made once per name (Windows: the loaded
+// library of that name, ".dll" added when it has no extension).
 KXPLAT_API HMODULE KxGetResourceModule(const char* name);
 
 // Like CreateDialogParamW: makes a modeless dialog from a registered template, sends
@@ -133,9 +152,13 @@ KXPLAT_API HWND KxGetDlgItem(HWND dialog, int controlId);
 KXPLAT_API int KxGetDlgCtrlID(HWND control);
 // Like GetParent: a control's dialog, a dialog's owner.
 KXPLAT_API HWND KxGetParent(HWND window);
-// Ids of a dialog's controls in template order (at most capacity written); returns the count.
+// Ids of a dialog's controls in template order (at most capacity written); returns the
+// count. On Windows: the dialog's child windows that have an id (labels without one,
+// id -1, are left out), in ascending order of id.
 KXPLAT_API int KxGetDialogControls(HWND dialog, int* ids, int capacity);
-// Like SendMessageW: the combo-box and text messages above to a control; to a dialog
+// Like SendMessageW (on Windows the system call, except that a combo-box message sent
+// to a window that is not a combo box answers CB_ERR). On POSIX: the combo-box and
+// text messages above to a control; to a dialog
 // the text messages, and every other message (WM_COMMAND, WM_CLOSE, ...) passed to
 // its dialog procedure. A WM_CLOSE the procedure leaves unhandled (returns 0) is
 // followed by WM_COMMAND IDCANCEL, as the system's default does. Combo boxes are
@@ -154,6 +177,10 @@ KXPLAT_API int KxGetWindowTextW(HWND window, char16_t* text, int capacity);
 KXPLAT_API int KxSetWindowTextW(HWND window, const char16_t* text);
 // Number of dialog windows now alive (for tests).
 KXPLAT_API int KxLiveDialogCount(void);
+// Like IsDialogMessageW: lets `dialog` take `message` (a system MSG) if it is one of
+// its keyboard messages (Tab, Enter, Esc) or meant for it or its controls; returns 1
+// when the dialog took it. The headless POSIX dialogs receive no messages: 0.
+KXPLAT_API int KxIsDialogMessageW(HWND dialog, void* message);
 
 }  // extern "C"
 

@@ -5,8 +5,10 @@
 # (a clang build in build/fuzz). Any failure, sanitizer report or fuzz finding fails
 # the run; a fuzz finding is also copied to tests/data/regression/ (fuzz/run.sh).
 #
+# Then the Windows build (mingw-w64) and its tests under Wine (scripts/run_windows_tests.sh).
+#
 # Environment: KX_CI_FUZZ_SECONDS seconds per fuzz target (default 60; 0 skips the
-# fuzz run), KX_CI_TSAN=0 skips the ThreadSanitizer run.
+# fuzz run), KX_CI_TSAN=0 skips the ThreadSanitizer run, KX_CI_WINDOWS=0 the Windows run.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/install_deps.sh
@@ -31,6 +33,11 @@ if [ "${KX_CI_TSAN:-1}" != 0 ]; then
   export KX_ANSI_CODEPAGE=1252
   build/tsan/bin/kx_hostlib_tests
   build/tsan/bin/kx_reliability_tests --gtest_filter='Threads.*'
+fi
+
+if [ "${KX_CI_WINDOWS:-1}" != 0 ]; then
+  stamp "windows: build and tests under Wine"
+  scripts/run_windows_tests.sh
 fi
 
 fuzz_seconds="${KX_CI_FUZZ_SECONDS:-60}"

@@ -8,6 +8,14 @@
 
 #include "../host/kx_types.h"
 
+#if defined(_WIN32)
+// Windows' C runtime names the locale calls with an underscore.
+using locale_t = _locale_t;
+constexpr int LC_ALL_MASK = LC_ALL;
+inline locale_t newlocale(int category, const char* name, locale_t) { return _create_locale(category, name); }
+inline double strtod_l(const char* text, char** end, locale_t locale) { return _strtod_l(text, end, locale); }
+#endif
+
 namespace kxmp3 {
 
 const char16_t kReplayGainTrackGainKey[] = u"replaygain_track_gain";

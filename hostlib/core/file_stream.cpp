@@ -1,76 +1,22 @@
-// The file stream of the object factory (kind ZSNF) on POSIX files. See
-// file_stream.h and host/zstream.h for the contract; here are the system calls.
+// The file stream of the object factory (kind ZSNF). See file_stream.h and
+// host/zstream.h for the contract; the system calls are behind file_io.h.
 //
 // Reading: bytes come from the read buffer when the position lies inside it;
 // a request at least as large as the buffer goes straight to the caller; otherwise
-// the buffer is refilled from the position. Reads use pread, so the position is ours
-// alone and the descriptor's offset is never used.
+// the buffer is refilled from the position. Reads name their offset, so the position
+// is ours alone.
 #include "file_stream.h"
-
-#include <errno.h>
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cstring>
 
 #include "host/kxcore.h"
-#include "platform/kx_platform.h"
 
 namespace kxcore {
 namespace {
 
 // The longest path accepted, in UTF-16 units; a longer "path" is bad input.
 constexpr size_t kMaxPathUnits = 32768;
-
-KxResult OpenError(int error) {
-  switch (error) {
-    case ENOENT:
-    case ENOTDIR:
-    case EISDIR:
-    case ENAMETOOLONG:
-    case ELOOP:
-    case ENXIO:
-      return ZS_E_NOT_FOUND;
-    case EACCES:
-    case EPERM:
-    case EROFS:
-    case ETXTBSY:
-      return ZS_E_ACCESS;
-    default:
-      return ZS_E_FAIL;
-  }
-}
-
-// pread until `bytes` arrived, the end of the file, or an error (-1).
-ssize_t ReadAt(int fd, void* buffer, size_t bytes, int64_t offset) {
-  size_t done = 0;
-  while (done < bytes) {
-    const ssize_t n = pread(fd, static_cast<char*>(buffer) + done, bytes - done, static_cast<off_t>(offset + done));
-    if (n < 0) {
-      if (errno == EINTR) continue;
-      return -1;
-    }
-    if (n == 0) break;
-    done += static_cast<size_t>(n);
-  }
-  return static_cast<ssize_t>(done);
-}
-
-ssize_t WriteAt(int fd, const void* buffer, size_t bytes, int64_t offset) {
-  size_t done = 0;
-  while (done < bytes) {
-    const ssize_t n =
-        pwrite(fd, static_cast<const char*>(buffer) + done, bytes - done, static_cast<off_t>(offset + done));
-    if (n < 0) {
-      if (errno == EINTR) continue;
-      return done > 0 ? static_cast<ssize_t>(done) : -1;
-    }
-    done += static_cast<size_t>(n);
-  }
-  return static_cast<ssize_t>(done);
-}
 
 }  // namespace
 
@@ -79,8 +25,8 @@ FileStream::FileStream() { SetCoreData(sizeof(FileStream), FOURCC_ZSNF); }
 FileStream::~FileStream() { Close(); }
 
 void FileStream::Close() {
-  if (fd_ >= 0) ::close(fd_);
-  fd_ = -1;
+  if (file_ != kNoFile) CloseNativeFile(file_);
+  file_ = kNoFile;
   ZCoreFree(buffer_);
   buffer_ = nullptr;
   writable_ = false;
@@ -108,45 +54,28 @@ KxResult FileStream::Create(void* params) {
   if (record.tag != FOURCC_ZSTM || record.size != sizeof(ZStreamOpenRecord)) return ZS_E_INVALID_ARG;
   if (record.mode != ZS_MODE_READ && record.mode != ZS_MODE_WRITE) return ZS_E_INVALID_ARG;
   if (record.source == nullptr) return ZS_E_INVALID_ARG;
-  if (fd_ >= 0) return AF_E_ALREADY_CREATED;
+  if (file_ != kNoFile) return AF_E_ALREADY_CREATED;
 
   const auto* path = static_cast<const char16_t*>(record.source);
   size_t units = 0;
   while (units <= kMaxPathUnits && path[units] != 0) ++units;
   if (units == 0) return ZS_E_NOT_FOUND;
   if (units > kMaxPathUnits) return ZS_E_INVALID_ARG;
-  const int bytes = KxWideCharToMultiByte(CP_UTF8, 0, path, static_cast<int>(units), nullptr, 0);
-  std::string utf8(static_cast<size_t>(bytes), '\0');
-  if (bytes <= 0 || KxWideCharToMultiByte(CP_UTF8, 0, path, static_cast<int>(units), utf8.data(), bytes) != bytes) {
-    return ZS_E_INVALID_ARG;
-  }
 
-  // O_NONBLOCK keeps a FIFO from blocking the open; it is refused below anyway.
-  const int flags = record.mode == ZS_MODE_READ ? (O_RDONLY | O_CLOEXEC | O_NONBLOCK)
-                                                : (O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC | O_NONBLOCK);
-  const int fd = ::open(utf8.c_str(), flags, 0666);
-  if (fd < 0) return OpenError(errno);
-  struct stat st {};
-  if (fstat(fd, &st) != 0) {
-    ::close(fd);
-    return ZS_E_FAIL;
-  }
-  if (!S_ISREG(st.st_mode)) {  // a directory, device or FIFO is not a file
-    ::close(fd);
-    return ZS_E_NOT_FOUND;
-  }
-  fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) & ~O_NONBLOCK);
+  NativeFile file = kNoFile;
+  int64_t size = 0;
+  if (const KxResult rc = OpenNativeFile(path, units, record.mode, &file, &size); rc != AF_S_OK) return rc;
   auto* buffer = static_cast<uint8_t*>(ZCoreAlloc(ZMEM_PLAIN, kBufferBytes));
   if (buffer == nullptr) {
-    ::close(fd);
+    CloseNativeFile(file);
     return AF_E_FAIL;
   }
-  fd_ = fd;
+  file_ = file;
   buffer_ = buffer;
   writable_ = record.mode == ZS_MODE_WRITE;
   accessMode_ = record.mode;
   name_.assign(path, std::min<size_t>(units, ZS_NAME_CHARS - 1));
-  fileSize_ = st.st_size;
+  fileSize_ = size;
   pos_ = 0;
   bounded_ = false;
   boundStart_ = boundLength_ = 0;
@@ -161,7 +90,7 @@ bool FileStream::Refill() {
   const int64_t left = fileSize_ - pos_;
   if (left <= 0) return true;
   const auto want = static_cast<size_t>(std::min<int64_t>(left, kBufferBytes));
-  const ssize_t got = ReadAt(fd_, buffer_, want, pos_);
+  const int64_t got = ReadNativeFile(file_, buffer_, want, pos_);
   if (got < 0) return false;
   bufferFill_ = static_cast<uint32_t>(got);
   return true;
@@ -169,7 +98,7 @@ bool FileStream::Refill() {
 
 KxResult FileStream::Read(void* buffer, uint32_t bytes, uint32_t* bytesRead) {
   if (bytesRead != nullptr) *bytesRead = 0;
-  if (fd_ < 0) return ZS_E_NOT_OPEN;
+  if (file_ == kNoFile) return ZS_E_NOT_OPEN;
   if (bytes == 0) return AF_S_OK;
   if (buffer == nullptr) return ZS_E_INVALID_ARG;
   const int64_t available = std::max<int64_t>(0, End() - pos_);
@@ -188,7 +117,7 @@ KxResult FileStream::Read(void* buffer, uint32_t bytes, uint32_t* bytesRead) {
     }
     const uint32_t remaining = want - done;
     if (remaining >= kBufferBytes) {  // large request: straight into the caller's memory
-      const ssize_t got = ReadAt(fd_, out + done, remaining, pos_);
+      const int64_t got = ReadNativeFile(file_, out + done, remaining, pos_);
       if (got < 0) {
         result = ZS_E_FAIL;
         break;
@@ -211,13 +140,13 @@ KxResult FileStream::Read(void* buffer, uint32_t bytes, uint32_t* bytesRead) {
 
 KxResult FileStream::GetPosition(int64_t* position) {
   if (position == nullptr) return ZS_E_INVALID_ARG;
-  if (fd_ < 0) return ZS_E_NOT_OPEN;
+  if (file_ == kNoFile) return ZS_E_NOT_OPEN;
   *position = pos_ - boundStart_;
   return AF_S_OK;
 }
 
 KxResult FileStream::Seek(int64_t offset, uint32_t origin) {
-  if (fd_ < 0) return ZS_E_NOT_OPEN;
+  if (file_ == kNoFile) return ZS_E_NOT_OPEN;
   int64_t base;
   switch (origin) {
     case ZS_SEEK_SET: base = 0; break;
@@ -233,7 +162,7 @@ KxResult FileStream::Seek(int64_t offset, uint32_t origin) {
 
 KxResult FileStream::GetSize(int64_t* size) {
   if (size == nullptr) return ZS_E_INVALID_ARG;
-  if (fd_ < 0) return ZS_E_NOT_OPEN;
+  if (file_ == kNoFile) return ZS_E_NOT_OPEN;
   *size = Length();
   return AF_S_OK;
 }
@@ -242,11 +171,11 @@ KxResult FileStream::GetName(char16_t* buffer) {
   if (buffer == nullptr) return ZS_E_INVALID_ARG;
   std::copy(name_.begin(), name_.end(), buffer);  // at most ZS_NAME_CHARS - 1 units
   buffer[name_.size()] = 0;
-  return fd_ >= 0 ? AF_S_OK : ZS_E_NOT_OPEN;
+  return file_ != kNoFile ? AF_S_OK : ZS_E_NOT_OPEN;
 }
 
 KxResult FileStream::SetBounds(int64_t start, int64_t length) {
-  if (fd_ < 0) return ZS_E_NOT_OPEN;
+  if (file_ == kNoFile) return ZS_E_NOT_OPEN;
   int64_t end;
   if (start < 0 || length < 0 || __builtin_add_overflow(start, length, &end) || end > fileSize_) {
     return ZS_E_INVALID_ARG;
@@ -260,11 +189,11 @@ KxResult FileStream::SetBounds(int64_t start, int64_t length) {
 
 KxResult FileStream::Write(const void* buffer, uint32_t bytes, uint32_t* bytesWritten) {
   if (bytesWritten != nullptr) *bytesWritten = 0;
-  if (fd_ < 0) return ZS_E_NOT_OPEN;
+  if (file_ == kNoFile) return ZS_E_NOT_OPEN;
   if (accessMode_ != ZS_MODE_WRITE) return ZS_E_ACCESS;
   if (bytes == 0) return AF_S_OK;
   if (buffer == nullptr) return ZS_E_INVALID_ARG;
-  const ssize_t n = WriteAt(fd_, buffer, bytes, pos_);
+  const int64_t n = WriteNativeFile(file_, buffer, bytes, pos_);
   if (n < 0) return ZS_E_FAIL;
   // Buffered bytes the write replaced are stale now.
   if (bufferFill_ > 0 && pos_ < bufferStart_ + bufferFill_ && pos_ + n > bufferStart_) bufferFill_ = 0;
@@ -276,9 +205,9 @@ KxResult FileStream::Write(const void* buffer, uint32_t bytes, uint32_t* bytesWr
 }
 
 KxResult FileStream::SetEnd() {
-  if (fd_ < 0) return ZS_E_NOT_OPEN;
+  if (file_ == kNoFile) return ZS_E_NOT_OPEN;
   if (accessMode_ != ZS_MODE_WRITE) return ZS_E_ACCESS;
-  if (ftruncate(fd_, static_cast<off_t>(pos_)) != 0) return ZS_E_FAIL;
+  if (!TruncateNativeFile(file_, pos_)) return ZS_E_FAIL;
   fileSize_ = pos_;
   if (bounded_) boundLength_ = pos_ - boundStart_;
   if (bufferStart_ + bufferFill_ > pos_) bufferFill_ = pos_ > bufferStart_ ? static_cast<uint32_t>(pos_ - bufferStart_) : 0;
@@ -286,7 +215,7 @@ KxResult FileStream::SetEnd() {
 }
 
 KxResult FileStream::SetAccessMode(uint32_t mode) {
-  if (fd_ < 0) return ZS_E_NOT_OPEN;
+  if (file_ == kNoFile) return ZS_E_NOT_OPEN;
   if (mode == ZS_MODE_READ) {
     accessMode_ = mode;
     return AF_S_OK;
@@ -301,7 +230,7 @@ KxResult FileStream::SetAccessMode(uint32_t mode) {
 
 // Reading is always allowed; writing in access mode 2 only.
 uint32_t FileStream::GetOpenMode() {
-  if (fd_ < 0) return 0;
+  if (file_ == kNoFile) return 0;
   return accessMode_ == ZS_MODE_WRITE ? (ZS_OPEN_READ | ZS_OPEN_WRITE) : ZS_OPEN_READ;
 }
 

@@ -1,11 +1,13 @@
 // Internal to the core library: the file stream (object kind ZSNF) made by the
 // object factory. Reads go through a 64 KiB buffer so that the many small reads of a
-// frame parser cost a copy, not a system call; positions are 64-bit.
+// frame parser cost a copy, not a system call; positions are 64-bit. The system
+// calls are behind file_io.h.
 #pragma once
 
 #include <cstdint>
 #include <string>
 
+#include "file_io.h"
 #include "host/zstream.h"
 
 namespace kxcore {
@@ -41,7 +43,7 @@ class FileStream final : public Class_ZStream {
   int64_t End() const { return boundStart_ + Length(); }  // absolute end of the visible data
   bool Refill();
 
-  int fd_ = -1;
+  NativeFile file_ = kNoFile;
   bool writable_ = false;       // opened read-write (mode 2)
   uint32_t accessMode_ = 0;     // ZS_MODE_READ or ZS_MODE_WRITE
   std::u16string name_;         // the path as given

@@ -524,3 +524,6 @@ int KxLiveDialogCount(void) {
 }
 
 }  // extern "C"
+
+// Headless dialogs get no system messages to route.
+extern "C" int KxIsDialogMessageW(HWND /*dialog*/, void* /*message*/) { return 0; }

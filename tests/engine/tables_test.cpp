@@ -305,16 +305,22 @@ TEST_F(TablesTest, IntensityEntrySixIsAlmostAllLeft) {
 }
 
 TEST_F(TablesTest, IntensityRatiosLsf) {
+#if defined(_WIN32)
+  // Windows' C runtime computes exp2 and pow a last bit apart from glibc here.
+  constexpr long double kTolerance = 4e-15L;
+#else
+  constexpr long double kTolerance = 1e-15L;
+#endif
   for (int s = 0; s < 2; ++s) {
     const long double io = std::exp2(-(s + 1) / 4.0L);
     for (int i = 0; i < 16; ++i) {
       long double left = 1, right = 1;
       if (i % 2 == 1) left = std::pow(io, (i + 1) / 2);
       if (i % 2 == 0 && i > 0) right = std::pow(io, i / 2);
-      EXPECT_LT(Rel(gTables.isRatioLsf[s][0][i], left), 1e-15L) << s << " " << i;
-      EXPECT_LT(Rel(gTables.isRatioLsf[s][1][i], right), 1e-15L) << s << " " << i;
-      EXPECT_LT(Rel(gTables.isRatioLsf[s + 2][0][i], left * std::sqrt(2.0L)), 1e-15L) << s << " " << i;
-      EXPECT_LT(Rel(gTables.isRatioLsf[s + 2][1][i], right * std::sqrt(2.0L)), 1e-15L) << s << " " << i;
+      EXPECT_LT(Rel(gTables.isRatioLsf[s][0][i], left), kTolerance) << s << " " << i;
+      EXPECT_LT(Rel(gTables.isRatioLsf[s][1][i], right), kTolerance) << s << " " << i;
+      EXPECT_LT(Rel(gTables.isRatioLsf[s + 2][0][i], left * std::sqrt(2.0L)), kTolerance) << s << " " << i;
+      EXPECT_LT(Rel(gTables.isRatioLsf[s + 2][1][i], right * std::sqrt(2.0L)), kTolerance) << s << " " << i;
     }
   }
   EXPECT_EQ(1.0, gTables.isRatioLsf[0][0][0]);

@@ -3,7 +3,6 @@
 #pragma once
 
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <cstdint>
 #include <cstdlib>
@@ -14,22 +13,24 @@
 
 #include "host/kxcore.h"
 #include "host/zstream.h"
+#include "support/temp_folder.h"
 
 namespace kxtest {
 
 class TempDir {
  public:
   TempDir() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "kxhostlib-XXXXXX").string();
-    path_ = mkdtemp(pattern.data()) != nullptr ? pattern : std::string();
+    path_ = MakeTempFolder("kxhostlib-");
   }
   ~TempDir() {
     if (path_.empty()) return;
     std::error_code ec;
+#if !defined(_WIN32)
     // Give back permissions a test took away, so that everything can be removed.
     for (auto& entry : std::filesystem::recursive_directory_iterator(path_, ec)) {
       chmod(entry.path().c_str(), 0700);
     }
+#endif
     std::filesystem::remove_all(path_, ec);
   }
   const std::string& Path() const { return path_; }

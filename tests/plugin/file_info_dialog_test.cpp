@@ -146,7 +146,12 @@ TEST_F(FileInfoDialog, OpensOnceHoldsAReferenceAndClosesWithOk) {
   EXPECT_EQ(decoder_->State().dialog, dialog);
   EXPECT_EQ(KxLiveDialogCount(), dialogsBefore_ + 1);
   EXPECT_EQ(decoder_->GetRefCount(), 2u);
+#if defined(_WIN32)
+  // A real dialog hands the focus it is given on to one of its controls.
+  EXPECT_EQ(KxGetParent(KxGetFocus()), dialog);
+#else
   EXPECT_EQ(KxGetFocus(), dialog);
+#endif
 
   // OK closes it and gives the reference back.
   KxSendMessageW(dialog, WM_COMMAND, KxMakeWParam(IDOK, 0), 0);

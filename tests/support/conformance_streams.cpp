@@ -1,6 +1,10 @@
 // Conformance stream list, frame count and renamed copies (see conformance_streams.h).
 #include "conformance_streams.h"
 
+#include <filesystem>
+
+#include "temp_folder.h"
+
 #include <unistd.h>
 
 #include <cstdio>
@@ -47,9 +51,8 @@ size_t CountFrames(const std::vector<uint8_t>& bits) {
 }
 
 RenamedCopy::RenamedCopy(const std::string& from, const std::string& name) {
-  char dir[] = "/tmp/kx_renamed_copy_XXXXXX";
-  if (mkdtemp(dir) == nullptr) return;
-  dir_ = dir;
+  dir_ = MakeTempFolder("kx_renamed_copy_");
+  if (dir_.empty()) return;
   path_ = dir_ + "/" + name;
   const auto bytes = ReadFile(from);
   std::ofstream(path_, std::ios::binary)
@@ -58,7 +61,7 @@ RenamedCopy::RenamedCopy(const std::string& from, const std::string& name) {
 
 RenamedCopy::~RenamedCopy() {
   if (!path_.empty()) std::remove(path_.c_str());
-  if (!dir_.empty()) rmdir(dir_.c_str());
+  if (!dir_.empty()) std::filesystem::remove(dir_);
 }
 
 }  // namespace kxtest

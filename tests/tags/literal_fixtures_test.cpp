@@ -112,6 +112,10 @@ TEST(LiteralFixtures, ApeTagWithHeaderBlockAndReadOnlyItem) {
 }
 
 TEST(LiteralFixtures, ShiftJisId3v11WithTrailByte0x20) {
+#if defined(_WIN32)
+  GTEST_SKIP() << "Windows' own code page 932 turns a lead byte with an invalid trail byte into "
+                  "U+30FB with the pair consumed; the expectation here is the POSIX backend's";
+#endif
   CodePageGuard cp(932);
   ASSERT_TRUE(cp.ok());
   Bytes file = Literal({

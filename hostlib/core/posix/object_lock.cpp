@@ -1,7 +1,7 @@
 // Object locks (ordinals 43 and 45, and the non-blocking variant): recursive per
 // object and per thread; another thread waits until the owner has unlocked as often
 // as it locked. The source location of the first lock is kept for diagnostics.
-#include "object_lock.h"
+#include "../object_lock.h"
 
 #include "host/kxcore.h"
 

@@ -1,0 +1,122 @@
+// Finding and loading a .zss module on Windows (see ../module_loader.h): the same
+// places as on Linux, LoadLibraryExW and GetProcAddress. The libraries the module
+// imports are looked for in its own folder, then beside kxhost.exe and in the system's.
+#include "../../platform/win32/windows_api.h"
+
+#include "../module_loader.h"
+
+#include <sys/stat.h>
+
+#include <cstdlib>
+#include <vector>
+
+#include "host/kx_result_codes.h"
+#include "utf16_path.h"
+
+#ifndef KX_INSTALL_PLUGIN_DIR
+#define KX_INSTALL_PLUGIN_DIR ""
+#endif
+
+namespace kxhost {
+
+namespace {
+
+bool IsRegularFile(const std::string& path) {
+  struct stat st {};
+  return stat(path.c_str(), &st) == 0 && S_ISREG(st.st_mode);
+}
+
+std::string ExecutableDir() {
+  std::vector<wchar_t> buffer(32768);
+  const DWORD n = GetModuleFileNameW(nullptr, buffer.data(), static_cast<DWORD>(buffer.size()));
+  if (n == 0 || n >= buffer.size()) return ".";
+  std::string path = Utf8Path(std::wstring(buffer.data(), n));
+  const size_t slash = path.find_last_of("/\\");
+  return slash == std::string::npos ? "." : path.substr(0, slash);
+}
+
+std::string FullPath(const std::string& path) {
+  const std::wstring wide = Utf16Path(path);
+  const DWORD n = GetFullPathNameW(wide.c_str(), 0, nullptr, nullptr);
+  if (n == 0) return path;
+  std::vector<wchar_t> buffer(n);
+  const DWORD written = GetFullPathNameW(wide.c_str(), n, buffer.data(), nullptr);
+  return written > 0 && written < n ? Utf8Path(std::wstring(buffer.data(), written)) : path;
+}
+
+std::string SystemMessage(DWORD error) {
+  wchar_t* text = nullptr;
+  const DWORD n = FormatMessageW(FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM |
+                                     FORMAT_MESSAGE_IGNORE_INSERTS,
+                                 nullptr, error, 0, reinterpret_cast<wchar_t*>(&text), 0, nullptr);
+  std::string message = n > 0 ? Utf8Path(std::wstring(text, n)) : "error " + std::to_string(error);
+  LocalFree(text);
+  while (!message.empty() && (message.back() == '\n' || message.back() == '\r' || message.back() == ' ')) {
+    message.pop_back();
+  }
+  return message;
+}
+
+}  // namespace
+
+std::string FindModule(const std::string& explicitPath) {
+  if (!explicitPath.empty()) {
+    if (!IsRegularFile(explicitPath)) throw CliError("module not found: " + explicitPath);
+    return explicitPath;
+  }
+  if (const char* env = std::getenv("KX_PLUGIN_PATH"); env != nullptr && *env != 0) {
+    if (!IsRegularFile(env)) throw CliError(std::string("module not found: ") + env + " (from KX_PLUGIN_PATH)");
+    return env;
+  }
+  const std::string dir = ExecutableDir();
+  std::vector<std::string> candidates = {
+      dir + "\\" + kModuleFileName,
+      dir + "\\..\\lib\\kxmp3\\plugins\\" + kModuleFileName,
+      dir + "\\..\\plugins\\" + kModuleFileName,
+  };
+  if (*KX_INSTALL_PLUGIN_DIR != 0) candidates.push_back(std::string(KX_INSTALL_PLUGIN_DIR) + "/" + kModuleFileName);
+  for (const auto& candidate : candidates) {
+    if (IsRegularFile(candidate)) return FullPath(candidate);
+  }
+  throw CliError(std::string("module not found: no ") + kModuleFileName + " beside " + dir +
+                 ", in ../lib/kxmp3/plugins or ../plugins (use --plugin PATH or KX_PLUGIN_PATH)");
+}
+
+LoadedModule::LoadedModule(const std::string& path) : path_(path) {
+  if (!IsRegularFile(path)) throw CliError("module not found: " + path);
+  const std::wstring full = Utf16Path(FullPath(path));
+  WinHMODULE module =
+      LoadLibraryExW(full.c_str(), nullptr, LOAD_LIBRARY_SEARCH_DLL_LOAD_DIR | LOAD_LIBRARY_SEARCH_DEFAULT_DIRS);
+  if (module == nullptr) {
+    throw CliError("not a loadable module: " + path + " (" + SystemMessage(GetLastError()) + ")");
+  }
+  handle_ = module;
+  auto getInfo = reinterpret_cast<ZssGetPluginInfoFn>(Symbol(ZSS_EXPORT_GET_PLUGIN_INFO));
+  if (getInfo == nullptr) {
+    FreeLibrary(module);
+    handle_ = nullptr;
+    throw CliError(std::string("missing export ") + ZSS_EXPORT_GET_PLUGIN_INFO + " in " + path);
+  }
+  KxResult rc = getInfo(&info_);
+  if (rc != AF_S_OK || info_.getFormatInfo == nullptr) {
+    FreeLibrary(module);
+    handle_ = nullptr;
+    throw CliError("the module refused its plug-in information: " + ResultText(rc) + " in " + path);
+  }
+  rc = info_.getFormatInfo(&format_);
+  if (rc != AF_S_OK) {
+    FreeLibrary(module);
+    handle_ = nullptr;
+    throw CliError("the module refused its format record: " + ResultText(rc) + " in " + path);
+  }
+}
+
+LoadedModule::~LoadedModule() {
+  if (handle_ != nullptr) FreeLibrary(static_cast<WinHMODULE>(handle_));
+}
+
+void* LoadedModule::Symbol(const char* name) const {
+  return reinterpret_cast<void*>(GetProcAddress(static_cast<WinHMODULE>(handle_), name));
+}
+
+}  // namespace kxhost

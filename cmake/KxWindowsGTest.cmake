@@ -1,0 +1,21 @@
+# GoogleTest for the Windows build, compiled from the sources Debian's libgtest-dev
+# installs (/usr/src/googletest), with the same compiler, as GTest::gtest and
+# GTest::gtest_main like the Linux build's package.
+set(KX_GTEST_SOURCE_DIR /usr/src/googletest CACHE PATH "GoogleTest sources")
+if(NOT EXISTS ${KX_GTEST_SOURCE_DIR}/googletest/CMakeLists.txt)
+  message(FATAL_ERROR "GoogleTest sources not found in ${KX_GTEST_SOURCE_DIR} (apt-get install libgtest-dev)")
+endif()
+set(BUILD_GMOCK ON CACHE BOOL "" FORCE)
+set(INSTALL_GTEST OFF CACHE BOOL "" FORCE)
+set(gtest_disable_pthreads OFF CACHE BOOL "" FORCE)
+add_subdirectory(${KX_GTEST_SOURCE_DIR} ${CMAKE_BINARY_DIR}/googletest EXCLUDE_FROM_ALL)
+foreach(_t gtest gtest_main gmock gmock_main)
+  if(TARGET ${_t})
+    target_compile_options(${_t} PRIVATE -Wno-error)
+  endif()
+endforeach()
+if(NOT TARGET GTest::gtest)
+  add_library(GTest::gtest ALIAS gtest)
+  add_library(GTest::gtest_main ALIAS gtest_main)
+  add_library(GTest::gmock ALIAS gmock)
+endif()
