@@ -1,15 +1,38 @@
-// Opening a file as a host stream (see file_stream.h).
+// Opening an input as a host stream (see file_stream.h).
 #include "file_stream.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <map>
+#include <mutex>
+#include <vector>
 
 #include "cli_error.h"
+#include "descriptor_stream.h"
 #include "host/kxcore.h"
 #include "text.h"
 
 namespace kxhost {
 
-Class_ZStream* OpenFileStream(const std::string& path) {
+namespace {
+
+std::mutex g_pipeMutex;
+uint64_t g_pipeLimit = kDefaultPipeLimit;
+// Pipes already copied, by the name they were given: the copy's descriptor.
+std::map<std::string, int> g_pipeCopies;
+
+std::string SizeText(uint64_t bytes) {
+  if (bytes % (uint64_t{1} << 30) == 0) return std::to_string(bytes >> 30) + " GiB";
+  if (bytes % (uint64_t{1} << 20) == 0) return std::to_string(bytes >> 20) + " MiB";
+  return std::to_string(bytes) + " bytes";
+}
+
+Class_ZStream* OpenCoreStream(const std::string& path) {
   void* object = nullptr;
   KxResult rc = ZCoreCreateObject(FOURCC_ZSNF, FOURCC_ZSTM, &object);
   if (rc != AF_S_OK || object == nullptr) {
@@ -23,16 +46,135 @@ Class_ZStream* OpenFileStream(const std::string& path) {
   record.mode = ZS_MODE_READ;
   record.source = wide.c_str();
   rc = stream.Get()->Create(&record);
-  if (rc != AF_S_OK) {
-    // The stream says "not found" for anything that is not a regular file too.
-    struct stat st {};
-    const bool exists = stat(path.c_str(), &st) == 0;
-    std::string reason = ResultReason(rc);
-    if (rc == ZS_E_NOT_FOUND && exists && S_ISDIR(st.st_mode)) reason = "a directory, not a file";
-    else if (rc == ZS_E_NOT_FOUND && exists && !S_ISREG(st.st_mode)) reason = "not a regular file";
-    throw FileError(path, reason, rc);
-  }
+  if (rc != AF_S_OK) throw FileError(path, ResultReason(rc), rc);
   return stream.Release();
+}
+
+// Copies everything `fd` gives into an unlinked temporary file; returns its
+// descriptor. Throws FileError past the bound or on a read or write error.
+int CopyPipe(int fd, const std::string& path) {
+  const char* dir = std::getenv("TMPDIR");
+  std::string pattern = std::string(dir != nullptr && *dir != '\0' ? dir : "/tmp") + "/kxhost-input-XXXXXX";
+  std::vector<char> name(pattern.begin(), pattern.end());
+  name.push_back('\0');
+  const int copy = mkostemp(name.data(), O_CLOEXEC);
+  if (copy < 0) {
+    throw FileError(path, std::string("cannot make a temporary copy of the pipe: ") + std::strerror(errno), ZS_E_FAIL);
+  }
+  ::unlink(name.data());
+  std::vector<uint8_t> buffer(1 << 16);
+  uint64_t total = 0;
+  for (;;) {
+    const ssize_t n = ::read(fd, buffer.data(), buffer.size());
+    if (n < 0 && errno == EINTR) continue;
+    if (n < 0) {
+      const int error = errno;
+      ::close(copy);
+      throw FileError(path, std::string("read error: ") + std::strerror(error), ZS_E_FAIL);
+    }
+    if (n == 0) break;
+    total += static_cast<uint64_t>(n);
+    if (total > g_pipeLimit) {
+      ::close(copy);
+      throw FileError(path, "more than " + SizeText(g_pipeLimit) +
+                                " from a pipe; save it to a file, or raise the bound with --pipe-limit",
+                      ZS_E_FAIL);
+    }
+    for (ssize_t done = 0; done < n;) {
+      const ssize_t w = ::write(copy, buffer.data() + done, static_cast<size_t>(n - done));
+      if (w < 0 && errno == EINTR) continue;
+      if (w <= 0) {
+        const int error = errno;
+        ::close(copy);
+        throw FileError(path, std::string("cannot copy the pipe to a temporary file: ") + std::strerror(error),
+                        ZS_E_FAIL);
+      }
+      done += w;
+    }
+  }
+  return copy;
+}
+
+// A descriptor stream over a copy of the pipe `fd` (taken over), made once per name.
+Class_ZStream* OpenPipeStream(int fd, const std::string& path) {
+  std::lock_guard<std::mutex> lock(g_pipeMutex);
+  auto it = g_pipeCopies.find(path);
+  if (it == g_pipeCopies.end()) {
+    int copy;
+    try {
+      copy = CopyPipe(fd, path);
+    } catch (...) {
+      if (fd != STDIN_FILENO) ::close(fd);
+      throw;
+    }
+    if (fd != STDIN_FILENO) ::close(fd);
+    it = g_pipeCopies.emplace(path, copy).first;
+  } else if (fd != STDIN_FILENO) {
+    ::close(fd);
+  }
+  const int own = fcntl(it->second, F_DUPFD_CLOEXEC, 0);
+  if (own < 0) throw FileError(path, std::string("read error: ") + std::strerror(errno), ZS_E_FAIL);
+  return new DescriptorStream(own, path == "-" ? u"stdin" : ToUtf16(path));
+}
+
+bool IsUtf8(const std::string& text) { return ToUtf8(ToUtf16(text)) == text; }
+
+}  // namespace
+
+void SetPipeLimit(uint64_t bytes) {
+  std::lock_guard<std::mutex> lock(g_pipeMutex);
+  g_pipeLimit = bytes;
+}
+
+Class_ZStream* OpenFileStream(const std::string& path) {
+  if (path == "-") {
+    struct stat st {};
+    if (fstat(STDIN_FILENO, &st) == 0 && S_ISREG(st.st_mode) && lseek(STDIN_FILENO, 0, SEEK_CUR) == 0) {
+      // A file redirected to standard input is read in place.
+      const int own = fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0);
+      if (own >= 0) return new DescriptorStream(own, u"stdin");
+    }
+    return OpenPipeStream(STDIN_FILENO, path);
+  }
+  // O_NONBLOCK: opening a FIFO with no writer must not hang here (reads block again below).
+  const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+  if (fd < 0) {
+    const int error = errno;
+    if (error == ENOENT || error == ENOTDIR) throw FileError(path, "file not found", ZS_E_NOT_FOUND);
+    if (error == EACCES || error == EPERM) throw FileError(path, "permission denied", ZS_E_ACCESS);
+    throw FileError(path, std::string("cannot open: ") + std::strerror(error), ZS_E_FAIL);
+  }
+  struct stat st {};
+  if (fstat(fd, &st) != 0) {
+    ::close(fd);
+    throw FileError(path, "read error", ZS_E_FAIL);
+  }
+  if (S_ISDIR(st.st_mode)) {
+    ::close(fd);
+    throw FileError(path, "a directory, not a file", ZS_E_NOT_FOUND);
+  }
+  if (S_ISREG(st.st_mode)) {
+    if (IsUtf8(path)) {
+      ::close(fd);
+      return OpenCoreStream(path);
+    }
+    fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) & ~O_NONBLOCK);
+    return new DescriptorStream(fd, ToUtf16(path));
+  }
+  if (S_ISFIFO(st.st_mode)) {
+    // Opened again without O_NONBLOCK: waits for a writer, as reading a FIFO does
+    // (a FIFO read before its writer came would look empty).
+    ::close(fd);
+    const int blocking = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (blocking < 0) throw FileError(path, std::string("cannot open: ") + std::strerror(errno), ZS_E_FAIL);
+    return OpenPipeStream(blocking, path);
+  }
+  if (S_ISCHR(st.st_mode) || S_ISSOCK(st.st_mode)) {
+    fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) & ~O_NONBLOCK);
+    return OpenPipeStream(fd, path);
+  }
+  ::close(fd);
+  throw FileError(path, "not a regular file", ZS_E_NOT_FOUND);
 }
 
 }  // namespace kxhost
