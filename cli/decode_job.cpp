@@ -77,7 +77,7 @@ DecodeOutcome DecodeFile(const LoadedModule& module, const std::string& input, c
 
   OutputTarget target(output);
   std::unique_ptr<SampleSink> sink =
-      settings.raw ? MakeRawSink(target.Fd()) : MakeWavSink(target.Fd(), target.Seekable(), format, output);
+      settings.raw ? MakeRawSink(target.Fd()) : MakeWavSink(target.Fd(), target.Seekable(), format, target.DisplayName());
   auto writeError = [&target] { return CliError("cannot write " + target.DisplayName() + ": " + std::strerror(errno)); };
 
   // One frame's samples per request: each status then belongs to (at most) two

@@ -95,6 +95,16 @@ int CopyPipe(int fd, const std::string& path) {
   return copy;
 }
 
+// A stream over the copy of the pipe named `path` when it was read before, else null.
+Class_ZStream* OpenCopyAgain(const std::string& path) {
+  std::lock_guard<std::mutex> lock(g_pipeMutex);
+  const auto it = g_pipeCopies.find(path);
+  if (it == g_pipeCopies.end()) return nullptr;
+  const int own = fcntl(it->second, F_DUPFD_CLOEXEC, 0);
+  if (own < 0) throw FileError(path, std::string("read error: ") + std::strerror(errno), ZS_E_FAIL);
+  return new DescriptorStream(own, path == "-" ? u"stdin" : ToUtf16(path));
+}
+
 // A descriptor stream over a copy of the pipe `fd` (taken over), made once per name.
 Class_ZStream* OpenPipeStream(int fd, const std::string& path) {
   std::lock_guard<std::mutex> lock(g_pipeMutex);
@@ -127,6 +137,8 @@ void SetPipeLimit(uint64_t bytes) {
 }
 
 Class_ZStream* OpenFileStream(const std::string& path) {
+  // A pipe can be read once: a second open (probe, then info or decode) gets its copy.
+  if (Class_ZStream* again = OpenCopyAgain(path)) return again;
   if (path == "-") {
     struct stat st {};
     if (fstat(STDIN_FILENO, &st) == 0 && S_ISREG(st.st_mode) && lseek(STDIN_FILENO, 0, SEEK_CUR) == 0) {
@@ -136,7 +148,14 @@ Class_ZStream* OpenFileStream(const std::string& path) {
     }
     return OpenPipeStream(STDIN_FILENO, path);
   }
-  // O_NONBLOCK: opening a FIFO with no writer must not hang here (reads block again below).
+  // A FIFO is opened as any reader of a FIFO opens it: waiting for its writer.
+  struct stat named {};
+  if (stat(path.c_str(), &named) == 0 && S_ISFIFO(named.st_mode)) {
+    const int fifo = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fifo < 0) throw FileError(path, std::string("cannot open: ") + std::strerror(errno), ZS_E_FAIL);
+    return OpenPipeStream(fifo, path);
+  }
+  // O_NONBLOCK: a device that would block its opener (a tape, a modem) must not hang here.
   const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
   if (fd < 0) {
     const int error = errno;
@@ -161,15 +180,7 @@ Class_ZStream* OpenFileStream(const std::string& path) {
     fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) & ~O_NONBLOCK);
     return new DescriptorStream(fd, ToUtf16(path));
   }
-  if (S_ISFIFO(st.st_mode)) {
-    // Opened again without O_NONBLOCK: waits for a writer, as reading a FIFO does
-    // (a FIFO read before its writer came would look empty).
-    ::close(fd);
-    const int blocking = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (blocking < 0) throw FileError(path, std::string("cannot open: ") + std::strerror(errno), ZS_E_FAIL);
-    return OpenPipeStream(blocking, path);
-  }
-  if (S_ISCHR(st.st_mode) || S_ISSOCK(st.st_mode)) {
+  if (S_ISFIFO(st.st_mode) || S_ISCHR(st.st_mode) || S_ISSOCK(st.st_mode)) {
     fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) & ~O_NONBLOCK);
     return OpenPipeStream(fd, path);
   }

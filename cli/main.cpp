@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstring>
 #include <exception>
+#include <sstream>
 #include <string>
 
 #include <CLI/CLI.hpp>
@@ -73,6 +74,20 @@ uint64_t ParseSize(const std::string& text) {
 
 }  // namespace kxhost
 
+namespace {
+
+// --help and --version text, written through the checked standard output.
+void PrintThroughStdio(CLI::App& app, const CLI::ParseError& e) {
+  std::ostringstream out;
+  std::ostringstream err;
+  app.exit(e, out, err);
+  std::fputs(out.str().c_str(), stdout);
+  std::fputs(err.str().c_str(), stderr);
+  kxhost::CloseStandardOutput();
+}
+
+}  // namespace
+
 int main(int argc, char** argv) {
   kxhost::InstallInterruptHandlers();
   CLI::App app{"kxhost: decodes and inspects MPEG audio Layer III files through the KXMP3Lib module", "kxhost"};
@@ -114,16 +129,13 @@ int main(int argc, char** argv) {
       app.parse(argc, argv);
       kxhost::CloseStandardOutput();
     } catch (const CLI::CallForHelp& e) {
-      app.exit(e);
-      kxhost::CloseStandardOutput();
+      PrintThroughStdio(app, e);
       return kxhost::kExitOk;
     } catch (const CLI::CallForAllHelp& e) {
-      app.exit(e);
-      kxhost::CloseStandardOutput();
+      PrintThroughStdio(app, e);
       return kxhost::kExitOk;
     } catch (const CLI::CallForVersion& e) {
-      app.exit(e);
-      kxhost::CloseStandardOutput();
+      PrintThroughStdio(app, e);
       return kxhost::kExitOk;
     }
   } catch (const CLI::ParseError& e) {

@@ -94,8 +94,12 @@ class WavSink : public SampleSink {
     if (blockAlign_ == 0 || !sf_format_check(&info)) {
       throw CliError("cannot write WAV " + displayName + ": libsndfile refuses this sample format");
     }
+    errno = 0;  // libsndfile writes the header here; a system error leaves its reason
     file_ = sf_open_fd(fd, SFM_WRITE, &info, SF_FALSE);
-    if (file_ == nullptr) throw CliError("cannot write WAV " + displayName + ": " + sf_strerror(nullptr));
+    if (file_ == nullptr) {
+      const int error = errno;
+      throw CliError("cannot write " + displayName + ": " + (error != 0 ? std::strerror(error) : sf_strerror(nullptr)));
+    }
   }
   ~WavSink() override {
     if (file_ != nullptr) sf_close(file_);
