@@ -308,4 +308,105 @@ TEST(KxhostInfoJson, CodePageOfEightBitTagText) {
   EXPECT_EQ(bad.err, "kxhost: unknown code page 77777 (try 1252, 932, 936, 949, 950 or 65001)\n");
 }
 
+TEST(KxhostInfoJson, CarriesEveryFactOfTheTextView) {
+  const std::string sample = kDataRoot + "/sample.mp3";
+  const std::string crc = kMp3 + "m1_44100_crc.mp3";
+  const std::string estimated = kMp3 + "m25_8000_noheader_long.mp3";
+  const json doc = InfoJson({sample, crc, estimated});
+  ASSERT_EQ(doc.size(), 3u);
+  EXPECT_EQ(doc[0]["frames"], 155);
+  EXPECT_EQ(doc[0]["frames_source"], "vbr-header");
+  EXPECT_EQ(doc[0]["file_size"], kxtest::ReadFileBytes(sample).size());
+  EXPECT_EQ(doc[0]["audio_bytes"], 42262);
+  EXPECT_EQ(doc[0]["start_skip"], 2257);
+  EXPECT_EQ(doc[0]["removed_samples"], 2160);
+  EXPECT_EQ(doc[0]["emphasis_name"], "none");
+  EXPECT_EQ(doc[0]["crc"], false);
+  EXPECT_EQ(doc[0]["private"], false);
+  EXPECT_EQ(doc[0]["copyright"], false);
+  EXPECT_EQ(doc[0]["original"], true);
+  EXPECT_EQ(doc[1]["crc"], true);
+  EXPECT_EQ(doc[2]["frames_source"], "estimated");  // an estimated count no longer looks exact
+  // The text view says the same of each file.
+  for (size_t i = 0; i < doc.size(); ++i) {
+    const json& j = doc[i];
+    SCOPED_TRACE(j["file"].get<std::string>());
+    const auto text = RunProcess(kHost, {"--plugin", kModule, "info", j["file"]});
+    ASSERT_EQ(text.exitCode, 0);
+    const std::string source = j["frames_source"] == "vbr-header" ? "from the VBR header" : j["frames_source"].get<std::string>();
+    auto has = [&text](const std::string& line) { return text.out.find("\n" + line + "\n") != std::string::npos; };
+    EXPECT_TRUE(has("frames: " + std::to_string(j["frames"].get<long>()) + " (" + source + ")")) << text.out;
+    EXPECT_TRUE(has("file size: " + std::to_string(j["file_size"].get<long>()) + " bytes")) << text.out;
+    EXPECT_TRUE(has("audio data: " + std::to_string(j["audio_bytes"].get<long>()) + " bytes")) << text.out;
+    EXPECT_TRUE(has("start skip: " + std::to_string(j["start_skip"].get<long>()) + " samples")) << text.out;
+    EXPECT_TRUE(has("removed: " + std::to_string(j["removed_samples"].get<long>()) +
+                    " samples (encoder delay and padding)"))
+        << text.out;
+    EXPECT_TRUE(has("emphasis: " + j["emphasis_name"].get<std::string>())) << text.out;
+    auto yes = [](const json& v) { return v.get<bool>() ? std::string("yes") : std::string("no"); };
+    EXPECT_TRUE(has("crc: " + yes(j["crc"]) + ", private: " + yes(j["private"]) + ", copyright: " +
+                    yes(j["copyright"]) + ", original: " + yes(j["original"])))
+        << text.out;
+  }
+}
+
+// Every key of the schema in the order kxhost prints them, each with a description
+// and, when it is a number, a unit.
+void CheckDocumented(const nlohmann::ordered_json& properties, const std::string& where) {
+  for (const auto& [key, property] : properties.items()) {
+    SCOPED_TRACE(where + "." + key);
+    EXPECT_TRUE(property.contains("description") && property["description"].is_string() &&
+                !property["description"].get<std::string>().empty());
+    bool numeric = false;
+    if (property.contains("type")) {
+      const std::string types = property["type"].dump();
+      numeric = types.find("integer") != std::string::npos || types.find("number") != std::string::npos;
+    } else if (property.contains("enum")) {
+      numeric = property["enum"][0].is_number();
+    }
+    if (numeric) {
+      EXPECT_TRUE(property.contains("unit") && !property["unit"].get<std::string>().empty());
+    }
+    if (property.contains("properties")) CheckDocumented(property["properties"], where + "." + key);
+  }
+}
+
+TEST(KxhostInfoJson, TheSchemaDocumentsEveryKeyInOrder) {
+  std::ifstream in(std::string(KX_SOURCE_DIR) + "/cli/kxhost-info.schema.json");
+  const auto schema = nlohmann::ordered_json::parse(in);
+  const auto& file = schema["items"]["oneOf"][0]["properties"];
+  CheckDocumented(file, "file");
+  CheckDocumented(schema["items"]["oneOf"][1]["properties"], "error");
+  const auto r = RunProcess(kHost, {"--plugin", kModule, "info", "--json", kDataRoot + "/sample.mp3"});
+  const auto doc = nlohmann::ordered_json::parse(r.out);
+  std::vector<std::string> printed, documented;
+  for (const auto& [key, value] : doc[0].items()) printed.push_back(key);
+  for (const auto& [key, value] : file.items()) documented.push_back(key);
+  EXPECT_EQ(printed, documented);
+  // The error object's code is the hexadecimal text of standard error, with the name.
+  kxtest::ProcessResult junk;
+  const json error = InfoJson({kDataRoot + "/regression/README.md"}, &junk);
+  EXPECT_EQ(error[0]["error"]["code"], "0x3101");
+  EXPECT_EQ(error[0]["error"]["name"], "AF_E_NO_SYNC");
+  EXPECT_NE(junk.err.find("(AF_E_NO_SYNC, 0x3101)"), std::string::npos) << junk.err;
+}
+
+TEST(KxhostInfoJson, FieldsChooseTheKeysForScripts) {
+  const auto r = RunProcess(kHost, {"--plugin", kModule, "info", "--fields", "duration_ms, truncated,file",
+                                    kDataRoot + "/sample.mp3", kDataRoot + "/regression/README.md"});
+  EXPECT_EQ(r.exitCode, 1);
+  const auto doc = nlohmann::ordered_json::parse(r.out);  // --fields implies --json
+  ASSERT_EQ(doc.size(), 2u);
+  std::vector<std::string> keys;
+  for (const auto& [key, value] : doc[0].items()) keys.push_back(key);
+  EXPECT_EQ(keys, (std::vector<std::string>{"file", "duration_ms", "truncated"}));
+  EXPECT_EQ(doc[0]["duration_ms"], 4000);
+  EXPECT_EQ(doc[1].size(), 2u);  // a failed file keeps its error
+  EXPECT_EQ(doc[1]["error"]["name"], "AF_E_NO_SYNC");
+  const auto bad = RunProcess(kHost, {"--plugin", kModule, "info", "--fields", "file,length", kDataRoot + "/sample.mp3"});
+  EXPECT_EQ(bad.exitCode, 2);
+  EXPECT_EQ(bad.err.rfind("kxhost: --fields: no field \"length\" (fields: file, container, ", 0), 0u) << bad.err;
+  EXPECT_TRUE(bad.out.empty());
+}
+
 }  // namespace
