@@ -130,11 +130,6 @@ std::string SampleFormatText(const PCMWAVEFORMAT& format) {
   return format.wBitsPerSample == 64 ? "64-bit float" : "16-bit";
 }
 
-// "1 file", "2 files".
-std::string Count(uint64_t n, const char* singular, const char* plural) {
-  return std::to_string(n) + " " + (n == 1 ? singular : plural);
-}
-
 // The lines a decode leaves on standard error beside its summary: a short input,
 // a failure in the middle, concealed damage. Returns the file's exit status.
 int ReportOutcome(Progress& progress, const DecodeOptions& opts, const std::string& input,
@@ -160,7 +155,7 @@ int ReportOutcome(Progress& progress, const DecodeOptions& opts, const std::stri
     uint64_t samples = 0;
     for (const auto& stretch : outcome.concealed) samples += stretch.endSample - stretch.firstSample;
     std::string line = "kxhost: " + input + ": damaged frames concealed in " +
-                       Count(outcome.concealed.size(), "place", "places") + " (" +
+                       CountOf(outcome.concealed.size(), "place", "places") + " (" +
                        FormatSamplesAsTime(samples, rate) + " of audio muted), first at " +
                        FormatSamplesAsTime(outcome.concealed.front().firstSample, rate);
     if (!opts.verbose && outcome.concealed.size() > 1) line += "; -v lists them";
@@ -201,9 +196,9 @@ int RunSingle(const GlobalOptions& options, const DecodeOptions& opts, DecodeSet
   const std::string outputName = kind == OutputKind::kStandardOutput ? "(standard output)" : opts.out;
   const int status = ReportOutcome(progress, opts, input, outputName, outcome);
   if (!options.quiet) {
-    std::string line = outputName + ": " + Count(outcome.sampleFrames, "sample", "samples") + ", " +
+    std::string line = outputName + ": " + CountOf(outcome.sampleFrames, "sample", "samples") + ", " +
                        std::to_string(outcome.format.nSamplesPerSec) + " Hz, " +
-                       Count(outcome.format.nChannels, "channel", "channels") + ", " +
+                       CountOf(outcome.format.nChannels, "channel", "channels") + ", " +
                        SampleFormatText(outcome.format) + ", " +
                        FormatSamplesAsTime(outcome.sampleFrames, outcome.format.nSamplesPerSec);
     if (exists) line += " (replaced the existing file)";
@@ -220,7 +215,7 @@ struct BatchJob {
 
 int RunBatch(const GlobalOptions& options, const DecodeOptions& opts, const DecodeSettings& settings) {
   if (!opts.out.empty()) throw CliError("give either -o OUT (one file) or --out-dir DIR, not both");
-  if (ClassifyOutput(opts.outDir) != OutputKind::kDirectory && kxhost::IsExistingRegularFile(opts.outDir)) {
+  if (IsExistingRegularFile(opts.outDir)) {
     throw CliError("--out-dir " + opts.outDir + " is a file, not a folder");
   }
   const auto module = PrepareModule(options);
@@ -328,7 +323,7 @@ int RunBatch(const GlobalOptions& options, const DecodeOptions& opts, const Deco
   progress.Clear();
   ExitIfInterrupted();
   if (!options.quiet) {
-    std::string line = "decoded " + Count(decoded.load(), "file", "files") + " to " + opts.outDir;
+    std::string line = "decoded " + CountOf(decoded.load(), "file", "files") + " to " + opts.outDir;
     if (failed != 0) line += ", " + std::to_string(failed.load()) + " failed";
     if (shortInputs != 0) line += ", " + std::to_string(shortInputs.load()) + " shorter than declared";
     if (kept != 0) line += ", " + std::to_string(kept.load()) + " kept (output exists)";

@@ -38,10 +38,6 @@ struct InfoOptions {
 
 const char* YesNo(uint32_t value) { return value != 0 ? "yes" : "no"; }
 
-std::string Count(uint64_t n, const char* singular, const char* plural) {
-  return std::to_string(n) + " " + (n == 1 ? singular : plural);
-}
-
 void PrintText(const FileReport& report) {
   const kxmp3::MP3Info& info = report.info;
   const AudioFileInfo& g = info.generic;
@@ -186,7 +182,7 @@ int RunInfo(const GlobalOptions& options, InfoOptions opts) {
   if (!options.quiet) {
     if (files.empty()) std::fprintf(stderr, "kxhost: no files found\n");
     if (skipped != 0) {
-      std::fprintf(stderr, "kxhost: %s skipped (not MPEG audio)%s\n", Count(skipped, "file", "files").c_str(),
+      std::fprintf(stderr, "kxhost: %s skipped (not MPEG audio)%s\n", CountOf(skipped, "file", "files").c_str(),
                    opts.verbose ? "" : "; -v lists them");
     }
   }

@@ -1,6 +1,7 @@
 // Opening an input as a host stream (see file_stream.h).
 #include "file_stream.h"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -13,18 +14,55 @@
 #include <vector>
 
 #include "cli_error.h"
-#include "descriptor_stream.h"
 #include "host/kxcore.h"
+#include "interrupt.h"
 #include "text.h"
 
 namespace kxhost {
 
 namespace {
 
-std::mutex g_pipeMutex;
+// The private folder of input copies and links, and what each input became there.
+class InputAliases {
+ public:
+  ~InputAliases() { Remove(); }
+
+  // The UTF-8 path standing for `input`, if it has one already.
+  std::string Find(const std::string& input) {
+    const auto it = aliases_.find(input);
+    return it == aliases_.end() ? std::string() : it->second;
+  }
+  // A new name in the folder for `input`, keeping `extension`.
+  std::string NewName(const std::string& extension) {
+    if (folder_.empty()) {
+      const char* tmp = std::getenv("TMPDIR");
+      std::string pattern = std::string(tmp != nullptr && *tmp != '\0' ? tmp : "/tmp") + "/kxhost-XXXXXX";
+      std::vector<char> name(pattern.begin(), pattern.end());
+      name.push_back('\0');
+      if (mkdtemp(name.data()) == nullptr) return std::string();
+      folder_ = name.data();
+      AtInterruptExit(&RemoveInputCopies);
+    }
+    return folder_ + "/" + std::to_string(++count_) + extension;
+  }
+  void Add(const std::string& input, const std::string& alias) { aliases_[input] = alias; }
+  void Remove() {
+    if (folder_.empty()) return;
+    for (const auto& [input, alias] : aliases_) ::unlink(alias.c_str());
+    ::rmdir(folder_.c_str());
+    folder_.clear();
+    aliases_.clear();
+  }
+
+ private:
+  std::string folder_;
+  unsigned count_ = 0;
+  std::map<std::string, std::string> aliases_;
+};
+
+std::mutex g_mutex;
+InputAliases g_aliases;
 uint64_t g_pipeLimit = kDefaultPipeLimit;
-// Pipes already copied, by the name they were given: the copy's descriptor.
-std::map<std::string, int> g_pipeCopies;
 
 std::string SizeText(uint64_t bytes) {
   if (bytes % (uint64_t{1} << 30) == 0) return std::to_string(bytes >> 30) + " GiB";
@@ -32,7 +70,22 @@ std::string SizeText(uint64_t bytes) {
   return std::to_string(bytes) + " bytes";
 }
 
-Class_ZStream* OpenCoreStream(const std::string& path) {
+bool IsUtf8(const std::string& text) { return ToUtf8(ToUtf16(text)) == text; }
+
+// ".mp3" of "a/b.mp3" when it is plain text; `fallback` otherwise.
+std::string ExtensionOf(const std::string& path, const std::string& fallback) {
+  const size_t slash = path.find_last_of('/');
+  const size_t dot = path.find_last_of('.');
+  if (dot == std::string::npos || (slash != std::string::npos && dot < slash + 2) || dot == 0) return fallback;
+  const std::string ext = path.substr(dot);
+  for (char c : ext) {
+    if (c == '/' || static_cast<unsigned char>(c) < 0x20 || static_cast<unsigned char>(c) >= 0x7F) return fallback;
+  }
+  return ext;
+}
+
+// Opens the UTF-8 `path` through the core library; errors name `shown`.
+Class_ZStream* OpenCoreStream(const std::string& path, const std::string& shown) {
   void* object = nullptr;
   KxResult rc = ZCoreCreateObject(FOURCC_ZSNF, FOURCC_ZSTM, &object);
   if (rc != AF_S_OK || object == nullptr) {
@@ -46,114 +99,95 @@ Class_ZStream* OpenCoreStream(const std::string& path) {
   record.mode = ZS_MODE_READ;
   record.source = wide.c_str();
   rc = stream.Get()->Create(&record);
-  if (rc != AF_S_OK) throw FileError(path, ResultReason(rc), rc);
+  if (rc != AF_S_OK) throw FileError(shown, ResultReason(rc), rc);
   return stream.Release();
 }
 
-// Copies everything `fd` gives into an unlinked temporary file; returns its
-// descriptor. Throws FileError past the bound or on a read or write error.
-int CopyPipe(int fd, const std::string& path) {
-  const char* dir = std::getenv("TMPDIR");
-  std::string pattern = std::string(dir != nullptr && *dir != '\0' ? dir : "/tmp") + "/kxhost-input-XXXXXX";
-  std::vector<char> name(pattern.begin(), pattern.end());
-  name.push_back('\0');
-  const int copy = mkostemp(name.data(), O_CLOEXEC);
-  if (copy < 0) {
-    throw FileError(path, std::string("cannot make a temporary copy of the pipe: ") + std::strerror(errno), ZS_E_FAIL);
+// Copies everything `fd` gives into `copy`; throws FileError (naming `shown`) past
+// the bound or on a read or write error.
+void CopyPipe(int fd, const std::string& copy, const std::string& shown) {
+  const int out = ::open(copy.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+  if (out < 0) {
+    throw FileError(shown, std::string("cannot make a temporary copy of the pipe: ") + std::strerror(errno),
+                    ZS_E_FAIL);
   }
-  ::unlink(name.data());
   std::vector<uint8_t> buffer(1 << 16);
   uint64_t total = 0;
+  std::string failure;
   for (;;) {
     const ssize_t n = ::read(fd, buffer.data(), buffer.size());
     if (n < 0 && errno == EINTR) continue;
     if (n < 0) {
-      const int error = errno;
-      ::close(copy);
-      throw FileError(path, std::string("read error: ") + std::strerror(error), ZS_E_FAIL);
+      failure = std::string("read error: ") + std::strerror(errno);
+      break;
     }
     if (n == 0) break;
     total += static_cast<uint64_t>(n);
     if (total > g_pipeLimit) {
-      ::close(copy);
-      throw FileError(path, "more than " + SizeText(g_pipeLimit) +
-                                " from a pipe; save it to a file, or raise the bound with --pipe-limit",
-                      ZS_E_FAIL);
+      failure = "more than " + SizeText(g_pipeLimit) +
+                " from a pipe; save it to a file, or raise the bound with --pipe-limit";
+      break;
     }
-    for (ssize_t done = 0; done < n;) {
-      const ssize_t w = ::write(copy, buffer.data() + done, static_cast<size_t>(n - done));
+    for (ssize_t done = 0; done < n && failure.empty();) {
+      const ssize_t w = ::write(out, buffer.data() + done, static_cast<size_t>(n - done));
       if (w < 0 && errno == EINTR) continue;
-      if (w <= 0) {
-        const int error = errno;
-        ::close(copy);
-        throw FileError(path, std::string("cannot copy the pipe to a temporary file: ") + std::strerror(error),
-                        ZS_E_FAIL);
-      }
-      done += w;
+      if (w <= 0) failure = std::string("cannot copy the pipe to a temporary file: ") + std::strerror(errno);
+      else done += w;
     }
+    if (!failure.empty()) break;
   }
+  if (::close(out) != 0 && failure.empty()) {
+    failure = std::string("cannot copy the pipe to a temporary file: ") + std::strerror(errno);
+  }
+  if (!failure.empty()) {
+    ::unlink(copy.c_str());
+    throw FileError(shown, failure, ZS_E_FAIL);
+  }
+}
+
+// The copy of the pipe `fd` (closed here unless it is standard input), made once
+// per name. Called with g_mutex held.
+std::string CopyOf(int fd, const std::string& path) {
+  const std::string copy = g_aliases.NewName(ExtensionOf(path, ".mp3"));
+  try {
+    if (copy.empty()) throw FileError(path, std::string("cannot make a temporary folder: ") + std::strerror(errno), ZS_E_FAIL);
+    CopyPipe(fd, copy, path);
+  } catch (...) {
+    if (fd != STDIN_FILENO) ::close(fd);
+    throw;
+  }
+  if (fd != STDIN_FILENO) ::close(fd);
+  g_aliases.Add(path, copy);
   return copy;
 }
 
-// A stream over the copy of the pipe named `path` when it was read before, else null.
-Class_ZStream* OpenCopyAgain(const std::string& path) {
-  std::lock_guard<std::mutex> lock(g_pipeMutex);
-  const auto it = g_pipeCopies.find(path);
-  if (it == g_pipeCopies.end()) return nullptr;
-  const int own = fcntl(it->second, F_DUPFD_CLOEXEC, 0);
-  if (own < 0) throw FileError(path, std::string("read error: ") + std::strerror(errno), ZS_E_FAIL);
-  return new DescriptorStream(own, path == "-" ? u"stdin" : ToUtf16(path));
-}
-
-// A descriptor stream over a copy of the pipe `fd` (taken over), made once per name.
-Class_ZStream* OpenPipeStream(int fd, const std::string& path) {
-  std::lock_guard<std::mutex> lock(g_pipeMutex);
-  auto it = g_pipeCopies.find(path);
-  if (it == g_pipeCopies.end()) {
-    int copy;
-    try {
-      copy = CopyPipe(fd, path);
-    } catch (...) {
-      if (fd != STDIN_FILENO) ::close(fd);
-      throw;
-    }
-    if (fd != STDIN_FILENO) ::close(fd);
-    it = g_pipeCopies.emplace(path, copy).first;
-  } else if (fd != STDIN_FILENO) {
-    ::close(fd);
+// A UTF-8 name for the regular file `path` whose own name is not UTF-8: a symbolic
+// link to it. Called with g_mutex held.
+std::string LinkTo(const std::string& path) {
+  char* resolved = realpath(path.c_str(), nullptr);
+  if (resolved == nullptr) throw FileError(path, std::string("cannot open: ") + std::strerror(errno), ZS_E_FAIL);
+  const std::string target = resolved;
+  std::free(resolved);
+  const std::string link = g_aliases.NewName(ExtensionOf(path, ""));
+  if (link.empty() || symlink(target.c_str(), link.c_str()) != 0) {
+    throw FileError(path, std::string("cannot open a file of this name: ") + std::strerror(errno), ZS_E_FAIL);
   }
-  const int own = fcntl(it->second, F_DUPFD_CLOEXEC, 0);
-  if (own < 0) throw FileError(path, std::string("read error: ") + std::strerror(errno), ZS_E_FAIL);
-  return new DescriptorStream(own, path == "-" ? u"stdin" : ToUtf16(path));
+  g_aliases.Add(path, link);
+  return link;
 }
 
-bool IsUtf8(const std::string& text) { return ToUtf8(ToUtf16(text)) == text; }
-
-}  // namespace
-
-void SetPipeLimit(uint64_t bytes) {
-  std::lock_guard<std::mutex> lock(g_pipeMutex);
-  g_pipeLimit = bytes;
-}
-
-Class_ZStream* OpenFileStream(const std::string& path) {
+// The UTF-8 path that opens `path`: the path itself, or its copy or link.
+std::string OpenablePath(const std::string& path) {
+  std::lock_guard<std::mutex> lock(g_mutex);
   // A pipe can be read once: a second open (probe, then info or decode) gets its copy.
-  if (Class_ZStream* again = OpenCopyAgain(path)) return again;
-  if (path == "-") {
-    struct stat st {};
-    if (fstat(STDIN_FILENO, &st) == 0 && S_ISREG(st.st_mode) && lseek(STDIN_FILENO, 0, SEEK_CUR) == 0) {
-      // A file redirected to standard input is read in place.
-      const int own = fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0);
-      if (own >= 0) return new DescriptorStream(own, u"stdin");
-    }
-    return OpenPipeStream(STDIN_FILENO, path);
-  }
+  if (std::string alias = g_aliases.Find(path); !alias.empty()) return alias;
+  if (path == "-") return CopyOf(STDIN_FILENO, path);
   // A FIFO is opened as any reader of a FIFO opens it: waiting for its writer.
   struct stat named {};
   if (stat(path.c_str(), &named) == 0 && S_ISFIFO(named.st_mode)) {
     const int fifo = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
     if (fifo < 0) throw FileError(path, std::string("cannot open: ") + std::strerror(errno), ZS_E_FAIL);
-    return OpenPipeStream(fifo, path);
+    return CopyOf(fifo, path);
   }
   // O_NONBLOCK: a device that would block its opener (a tape, a modem) must not hang here.
   const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
@@ -173,19 +207,26 @@ Class_ZStream* OpenFileStream(const std::string& path) {
     throw FileError(path, "a directory, not a file", ZS_E_NOT_FOUND);
   }
   if (S_ISREG(st.st_mode)) {
-    if (IsUtf8(path)) {
-      ::close(fd);
-      return OpenCoreStream(path);
-    }
-    fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) & ~O_NONBLOCK);
-    return new DescriptorStream(fd, ToUtf16(path));
+    ::close(fd);
+    return IsUtf8(path) ? path : LinkTo(path);
   }
-  if (S_ISFIFO(st.st_mode) || S_ISCHR(st.st_mode) || S_ISSOCK(st.st_mode)) {
+  if (S_ISCHR(st.st_mode) || S_ISSOCK(st.st_mode)) {
     fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) & ~O_NONBLOCK);
-    return OpenPipeStream(fd, path);
+    return CopyOf(fd, path);
   }
   ::close(fd);
   throw FileError(path, "not a regular file", ZS_E_NOT_FOUND);
 }
+
+}  // namespace
+
+void SetPipeLimit(uint64_t bytes) {
+  std::lock_guard<std::mutex> lock(g_mutex);
+  g_pipeLimit = bytes;
+}
+
+Class_ZStream* OpenFileStream(const std::string& path) { return OpenCoreStream(OpenablePath(path), path); }
+
+void RemoveInputCopies() { g_aliases.Remove(); }
 
 }  // namespace kxhost

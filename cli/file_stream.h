@@ -1,10 +1,11 @@
-// Opening an input as a host stream. A regular file whose name is UTF-8 is opened
-// the way a player does: an object of kind ZSNF from the core library, opened with
-// a ZSTM record naming the path. Anything else gets a stream of kxhost's own over a
-// descriptor: a regular file whose name is not UTF-8 (names are bytes), and
-// standard input ("-"), a pipe or a FIFO, which are first copied into a temporary
-// file (removed at exit) so that the module can seek and find tags at the end.
-// That copy is bounded; an input past the bound is refused with a clear error.
+// Opening an input as a host stream, the way a player does: an object of kind ZSNF
+// from the core library, opened with a ZSTM record naming a UTF-8 path. Inputs that
+// have no such path get one in a private temporary folder (removed at exit):
+// standard input ("-"), a pipe or a FIFO is copied into a file there, so that the
+// module can seek and find tags at the end (bounded; past the bound the input is
+// refused with a clear error); a regular file whose name is not UTF-8 (names are
+// bytes) gets a symbolic link there. Either keeps the input's extension (".mp3"
+// for standard input), which the module looks at.
 #pragma once
 
 #include <cstdint>
@@ -46,5 +47,9 @@ void SetPipeLimit(uint64_t bytes);
 // stream's code (file not found, permission denied, a directory, a pipe past the
 // bound). Opening the same pipe again gives its copy again.
 Class_ZStream* OpenFileStream(const std::string& path);
+
+// Removes the temporary folder now (also done at exit, and before a signal ends
+// the process).
+void RemoveInputCopies();
 
 }  // namespace kxhost

@@ -30,7 +30,7 @@ enum class OutputKind {
 // file to be made where the link points.
 OutputKind ClassifyOutput(const std::string& path);
 
-// A regular file, or a name that does not exist yet.
+// Whether `path` names an existing regular file (through links); never "-".
 bool IsExistingRegularFile(const std::string& path);
 
 // One output being written: its descriptor while open, and what becomes of it.

@@ -10,6 +10,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <map>
 #include <string>
 #include <thread>
 #include <vector>
@@ -43,7 +44,9 @@ json InfoWithoutName(const kxtest::ProcessResult& r) {
 
 TEST(KxhostInputs, StandardInputGivesWhatTheFileGives) {
   // An APE tag at the end: found only if the module can seek in what was piped.
-  for (const char* name : {"apetag.mp3", "id3v2_ape.mp3", "m1_44100_joint_vbr_long.mp3"}) {
+  // Junk before the first frame: standard input is taken as an .mp3 file, whose
+  // first frame the module searches for.
+  for (const char* name : {"apetag.mp3", "id3v2_ape.mp3", "m1_44100_joint_vbr_long.mp3", "junk_before.mp3"}) {
     SCOPED_TRACE(name);
     const std::string file = kMp3 + name;
     const auto direct = RunProcess(kHost, {"--plugin", kModule, "info", "--json", file});
@@ -69,6 +72,22 @@ TEST(KxhostInputs, StandardInputGivesWhatTheFileGives) {
   const auto empty = RunProcess(kHost, {"--plugin", kModule, "info", "-"}, {}, std::string());
   EXPECT_EQ(empty.exitCode, 1);
   EXPECT_EQ(empty.err.rfind("kxhost: -: ", 0), 0u) << empty.err;
+}
+
+TEST(KxhostInputs, CopiesAndLinksAreRemovedAtTheEnd) {
+  kxtest::ScratchDir dir;
+  kxtest::MakeDir(dir / "tmp");
+  const std::map<std::string, std::string> env = {{"TMPDIR", dir / "tmp"}};
+  const auto piped = RunProcess(kHost, {"--plugin", kModule, "info", "-"}, env, FileText(kMp3 + "id3v1.mp3"));
+  EXPECT_EQ(piped.exitCode, 0) << piped.err;
+  const std::string latin1 = dir / "\xE9.mp3";
+  kxtest::WriteFileBytes(latin1, kxtest::ReadFileBytes(kMp3 + "id3v1.mp3"));
+  const auto named = RunProcess(kHost, {"--plugin", kModule, "decode", latin1, "-o", dir / "x.wav"}, env);
+  EXPECT_EQ(named.exitCode, 0) << named.err;
+  const auto over = RunProcess(kHost, {"--plugin", kModule, "--pipe-limit", "1K", "info", "-"}, env,
+                               FileText(kMp3 + "id3v1.mp3"));
+  EXPECT_EQ(over.exitCode, 1);
+  EXPECT_TRUE(kxtest::ListNames(dir / "tmp").empty());
 }
 
 TEST(KxhostInputs, AFifoIsReadLikeAPipe) {
