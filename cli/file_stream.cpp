@@ -32,8 +32,9 @@ class InputAliases {
     const auto it = aliases_.find(input);
     return it == aliases_.end() ? std::string() : it->second;
   }
-  // A new name in the folder for `input`, keeping `extension`.
-  std::string NewName(const std::string& extension) {
+  // A new name in the folder ("N.ext", or `stem` + ".ext" when given), keeping
+  // `extension`.
+  std::string NewName(const std::string& extension, const std::string& stem = std::string()) {
     if (folder_.empty()) {
       const char* tmp = std::getenv("TMPDIR");
       std::string pattern = std::string(tmp != nullptr && *tmp != '\0' ? tmp : "/tmp") + "/kxhost-XXXXXX";
@@ -43,7 +44,8 @@ class InputAliases {
       folder_ = name.data();
       AtInterruptExit(&RemoveInputCopies);
     }
-    return folder_ + "/" + std::to_string(++count_) + extension;
+    ++count_;
+    return folder_ + "/" + (stem.empty() ? std::to_string(count_) : stem) + extension;
   }
   void Add(const std::string& input, const std::string& alias) { aliases_[input] = alias; }
   void Remove() {
@@ -148,7 +150,9 @@ void CopyPipe(int fd, const std::string& copy, const std::string& shown) {
 // The copy of the pipe `fd` (closed here unless it is standard input), made once
 // per name. Called with g_mutex held.
 std::string CopyOf(int fd, const std::string& path) {
-  const std::string copy = g_aliases.NewName(ExtensionOf(path, ".mp3"));
+  // Standard input is "stdin.mp3" for the module (the dialog shows that name).
+  const std::string copy =
+      path == "-" ? g_aliases.NewName(".mp3", "stdin") : g_aliases.NewName(ExtensionOf(path, ".mp3"));
   try {
     if (copy.empty()) throw FileError(path, std::string("cannot make a temporary folder: ") + std::strerror(errno), ZS_E_FAIL);
     CopyPipe(fd, copy, path);
