@@ -15,6 +15,8 @@ namespace kxhost {
 constexpr int kExitOk = 0;
 constexpr int kExitFileFailed = 1;  // an input file could not be read or decoded (probe: not taken)
 constexpr int kExitUsage = 2;       // bad arguments, module not found, output not writable
+constexpr int kExitShort = 3;       // decode: an input ended before the length its header declares
+                                    // (the output holds all there was; --allow-short makes it 0)
 
 class CliError : public std::runtime_error {
  public:

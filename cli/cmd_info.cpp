@@ -1,21 +1,28 @@
 // kxhost info [--json] [-r] FILE|DIR...: opens each file for information only and
 // prints everything the module knows of it: container, MPEG version and layer,
-// rate, channels and mode, bitrate and VBR, frames, duration, samples, encoder,
-// start skip and removed samples, emphasis, CRC and header bits, the merged tags and
-// the ReplayGain values. Text for people, or one JSON array for programs. A file
+// rate, channels and mode, bitrate and VBR, frames and where their count comes
+// from, duration, samples, whether the file holds all its header declares, file
+// and audio sizes, encoder, start skip and removed samples, emphasis, CRC and
+// header bits, the merged tags and the ReplayGain values. Text for people, or one
+// JSON array for programs (--fields picks keys). A file named on the command line
 // that cannot be opened is reported (one line on standard error, an "error" object
-// in JSON) and the others go on; the exit status then is 1.
+// in JSON) and the others go on; the exit status then is 1. Files of a folder that
+// the module does not take are skipped, as decode skips them (-v lists them).
 #include <cstdio>
+#include <sstream>
 #include <string>
 #include <vector>
 
 #include "commands.h"
+#include "decoder_session.h"
 #include "file_list.h"
 #include "file_report.h"
 #include "info_json.h"
 #include "interrupt.h"
 #include "progress.h"
+#include "standard_output.h"
 #include "text.h"
+#include "time_value.h"
 
 namespace kxhost {
 
@@ -25,16 +32,9 @@ struct InfoOptions {
   std::vector<std::string> inputs;
   bool json = false;
   bool recursive = false;
+  bool verbose = false;
+  std::string fields;  // comma-separated JSON keys
 };
-
-const char* EmphasisName(uint32_t emphasis) {
-  switch (emphasis) {
-    case 0: return "none";
-    case 1: return "50/15 us";
-    case 3: return "CCITT J.17";
-    default: return "reserved";
-  }
-}
 
 const char* YesNo(uint32_t value) { return value != 0 ? "yes" : "no"; }
 
@@ -50,15 +50,15 @@ void PrintText(const FileReport& report) {
   std::printf("sample rate: %u Hz\n", g.sampleRate);
   std::printf("channels: %u (%s)\n", g.channels, ToUtf8(g.channelModeName).c_str());
   std::printf("bitrate: %u kbps (%s)\n", g.bitrateKbps, (g.formatFlags & AFI_FLAG_VBR) ? "VBR" : "CBR");
-  const char* countSource = (info.headerFlags & kxmp3::MP3_HEADER_FLAG_COUNT_FROM_HEADER) ? "from the VBR header"
-                            : (info.headerFlags & kxmp3::MP3_HEADER_FLAG_ESTIMATED)     ? "estimated"
-                            : (info.headerFlags & kxmp3::MP3_HEADER_FLAG_SCANNED)       ? "counted"
-                                                                                         : "unknown";
-  std::printf("frames: %u (%s)\n", info.frameCount, countSource);
-  std::printf("duration: %llu:%02llu.%03llu (%llu ms)\n", static_cast<unsigned long long>(ms / 60000),
-              static_cast<unsigned long long>(ms / 1000 % 60), static_cast<unsigned long long>(ms % 1000),
-              static_cast<unsigned long long>(ms));
+  std::printf("frames: %u (%s)\n", info.frameCount, FrameCountSourceText(info));
+  std::printf("duration: %s (%llu ms)\n", FormatMilliseconds(ms).c_str(), static_cast<unsigned long long>(ms));
   std::printf("samples: %llu per channel\n", static_cast<unsigned long long>(TotalSamples(info)));
+  if (report.truncated) {
+    std::printf("truncated: the file ends at %s (%llu samples), before the %s its VBR header declares\n",
+                FormatSamplesAsTime(report.presentSamples, g.sampleRate).c_str(),
+                static_cast<unsigned long long>(report.presentSamples), FormatMilliseconds(ms).c_str());
+  }
+  std::printf("file size: %llu bytes\n", static_cast<unsigned long long>(report.fileSize));
   std::printf("audio data: %llu bytes\n", static_cast<unsigned long long>(g.dataLength));
   const auto encoder = EncoderFromDescription(description);
   std::printf("encoder: %s\n", encoder ? encoder->c_str() : "not identified");
@@ -88,12 +88,42 @@ void PrintText(const FileReport& report) {
   }
 }
 
-int RunInfo(const GlobalOptions& options, const InfoOptions& opts) {
+// "a,b , c" -> {"a", "b", "c"}; throws CliError for a key the objects do not have.
+std::vector<std::string> ParseFields(const std::string& text) {
+  std::vector<std::string> fields;
+  std::stringstream in(text);
+  std::string field;
+  while (std::getline(in, field, ',')) {
+    const size_t first = field.find_first_not_of(' ');
+    const size_t last = field.find_last_not_of(' ');
+    if (first == std::string::npos) continue;
+    field = field.substr(first, last - first + 1);
+    bool known = false;
+    for (const auto& key : kInfoJsonKeys) known = known || key == field;
+    if (!known) {
+      std::string all;
+      for (const auto& key : kInfoJsonKeys) all += (all.empty() ? "" : ", ") + key;
+      throw CliError("--fields: no field \"" + field + "\" (fields: " + all + ")");
+    }
+    fields.push_back(field);
+  }
+  if (fields.empty()) throw CliError("--fields: name at least one field (file,duration_ms,...)");
+  return fields;
+}
+
+int RunInfo(const GlobalOptions& options, InfoOptions opts) {
+  std::vector<std::string> fields;
+  if (!opts.fields.empty()) {
+    fields = ParseFields(opts.fields);
+    opts.json = true;
+  }
   const auto module = PrepareModule(options);
   const std::vector<InputFile> files = ExpandInputs(opts.inputs, opts.recursive);
   Progress progress(options.quiet || files.size() < 2, files.size(), "files");
   nlohmann::ordered_json array = nlohmann::ordered_json::array();
   int failures = 0;
+  int truncated = 0;
+  size_t skipped = 0;
   bool first = true;
   for (const auto& input : files) {
     if (Interrupted()) break;
@@ -104,28 +134,58 @@ int RunInfo(const GlobalOptions& options, const InfoOptions& opts) {
       report.errorCode = input.listError;
       report.errorReason = input.listReason;
     } else {
+      // A folder's other files (covers, playlists) are not ours: skipped, as decode does.
+      bool taken = true;
+      if (input.fromDirectory) {
+        try {
+          taken = ProbeFile(*module, input.path);
+        } catch (const CliError&) {
+          taken = true;  // cannot be read: opening it reports why
+        }
+      }
+      if (!taken) {
+        ++skipped;
+        if (opts.verbose) progress.Message("kxhost: skipped " + input.path + " (not MPEG audio)");
+        progress.Advance(1, input.relative);
+        continue;
+      }
       report = ReadFileReport(*module, input.path);
     }
     if (report.failed) {
       ++failures;
       progress.Message("kxhost: " + report.file + ": " + report.errorReason + " (" + ResultText(report.errorCode) +
                        ")");
+    } else if (report.truncated) {
+      ++truncated;
+      if (opts.json) {
+        progress.Message("kxhost: warning: " + report.file + ": the file ends before the length its header declares");
+      }
     }
     if (opts.json) {
-      array.push_back(ReportToJson(report));
+      nlohmann::ordered_json object = ReportToJson(report);
+      array.push_back(fields.empty() ? object : SelectFields(object, fields));
     } else if (!report.failed) {
       progress.Clear();
       if (!first) std::printf("\n");
       first = false;
       PrintText(report);
-      std::fflush(stdout);
+      FlushStandardOutput();
     }
     progress.Advance(1, input.relative);
   }
   progress.Clear();
   ExitIfInterrupted();
-  if (opts.json) std::fputs(ReportsToJsonText(array).c_str(), stdout);
-  if (files.empty() && !options.quiet) std::fprintf(stderr, "kxhost: no files found\n");
+  if (opts.json) {
+    std::fputs(ReportsToJsonText(array).c_str(), stdout);
+    FlushStandardOutput();
+  }
+  if (!options.quiet) {
+    if (files.empty()) std::fprintf(stderr, "kxhost: no files found\n");
+    if (skipped != 0) {
+      std::fprintf(stderr, "kxhost: %s skipped (not MPEG audio)%s\n", CountOf(skipped, "file", "files").c_str(),
+                   opts.verbose ? "" : "; -v lists them");
+    }
+  }
   return failures != 0 ? kExitFileFailed : kExitOk;
 }
 
@@ -134,27 +194,36 @@ int RunInfo(const GlobalOptions& options, const InfoOptions& opts) {
 void AddInfoCommand(CLI::App& app, const GlobalOptions& options, CommandResult& result) {
   CLI::App* sub = app.add_subcommand("info", "print everything the module knows of each file");
   static InfoOptions opts;  // the parsed arguments, read by the callback
-  sub->add_option("FILE", opts.inputs, "audio files, or folders whose files are all reported")->required();
+  sub->add_option("FILE", opts.inputs, "audio files (- for standard input), or folders whose audio files are reported")
+      ->required();
   sub->add_flag("--json", opts.json, "print one JSON array with an object per file");
+  sub->add_option("--fields", opts.fields, "JSON with only these keys (comma-separated; implies --json)");
   sub->add_flag("-r,--recursive", opts.recursive, "descend into the subfolders of a folder");
+  sub->add_flag("-v,--verbose", opts.verbose, "list the files of folders that were skipped (not MPEG audio)");
   sub->footer(
       "Text output: one block per file. \"start skip\" is the number of samples the\n"
       "decoder drops at the start (encoder delay, the decoder's own delay and a\n"
       "header-only first frame); \"removed\" is the encoder delay plus padding taken\n"
-      "off the length. A file that cannot be opened is reported on standard error and\n"
-      "the others go on; the exit status is then 1.\n"
+      "off the length. A file whose VBR header counts more frames than it holds gets a\n"
+      "\"truncated:\" line saying where it ends. A file that cannot be opened is\n"
+      "reported on standard error and the others go on; the exit status is then 1.\n"
+      "Files of a folder that the module does not take are skipped.\n"
       "\n"
-      "JSON keys: file, container (riff-wave, mp3, riff-rmp3, id3v2, ape), container_type\n"
-      "(1-5), mpeg_version (\"1\", \"2\", \"2.5\"), layer, sample_rate, channels, channel_mode,\n"
-      "bitrate_kbps, vbr, frames, duration_ms, total_samples (per channel), encoder (or\n"
-      "null), description, delay (= start skip), removed_samples, emphasis (0-3), tags\n"
-      "(only when the file has a tag), replaygain (numbers or null); a file that cannot\n"
-      "be opened gives {file, error: {name, code, reason}}.\n"
+      "JSON keys (kxhost-info.schema.json describes each with its unit): file,\n"
+      "container, container_type, mpeg_version, layer, sample_rate, channels,\n"
+      "channel_mode, bitrate_kbps, vbr, frames, frames_source, duration_ms,\n"
+      "total_samples, truncated, present_samples, present_duration_ms, file_size,\n"
+      "audio_bytes, encoder, description, start_skip, delay (= start skip),\n"
+      "removed_samples, emphasis, emphasis_name, crc, private, copyright, original,\n"
+      "tags (only when the file has a tag), replaygain; a file that cannot be opened\n"
+      "gives {file, error: {name, code (\"0x3101\"), reason}}.\n"
       "\n"
       "Examples:\n"
       "  kxhost info song.mp3\n"
       "  kxhost info --json album/*.mp3 > album.json\n"
+      "  kxhost info --fields file,duration_ms,truncated -r ~/Music\n"
       "  kxhost info -r --json ~/Music | jq '.[] | select(.error)'\n"
+      "  curl -s https://example.org/song.mp3 | kxhost info -\n"
       "  kxhost info --codepage 932 japanese.mp3");
   sub->callback([&options, &result] { result.exitCode = RunInfo(options, opts); });
 }

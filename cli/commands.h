@@ -18,6 +18,8 @@ struct GlobalOptions {
   std::string plugin;     // --plugin PATH: the module to load (empty: search)
   uint32_t codePage = 0;  // --codepage N: the ANSI code page for tag text (0: environment)
   bool quiet = false;     // --quiet: no progress bar, no summary lines
+  bool progress = false;  // --progress: draw the progress line even when standard error is no terminal
+  std::string pipeLimit;  // --pipe-limit SIZE: the most read from standard input or a pipe
 };
 
 // What a chosen command reports back to main.

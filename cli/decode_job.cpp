@@ -1,8 +1,6 @@
 // Decoding one file to one output (see decode_job.h).
 #include "decode_job.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
@@ -18,15 +16,20 @@ namespace kxhost {
 
 namespace {
 
-// A request size that is no multiple of any frame's PCM, as a player's would be.
-constexpr int32_t kRequestBytes = 65536 + 8;
+// Samples per channel in one Layer III frame: 1152 for MPEG-1, 576 otherwise.
+uint32_t SamplesPerFrame(const kxmp3::MP3Info& info) { return info.mpegVersion == 1 ? 1152 : 576; }
+
+// Whether the record's length was read from the file (not estimated).
+bool LengthFromFile(const kxmp3::MP3Info& info) {
+  return (info.headerFlags & (kxmp3::MP3_HEADER_FLAG_COUNT_FROM_HEADER | kxmp3::MP3_HEADER_FLAG_SCANNED)) != 0 &&
+         (info.headerFlags & kxmp3::MP3_HEADER_FLAG_ESTIMATED) == 0;
+}
 
 }  // namespace
 
 DecodeOutcome DecodeFile(const LoadedModule& module, const std::string& input, const std::string& output,
                          const DecodeSettings& settings, const DecodeProgressFn& progress) {
-  const bool toStdout = output == "-";
-  if (!toStdout && SameFile(input, output)) {
+  if (output != "-" && SameFile(input, output)) {
     throw CliError(output + ": the output would replace the input; choose another name");
   }
   const uint32_t flags = settings.noDeemphasis ? OPEN_FLAG_NO_DEEMPHASIS : 0;
@@ -38,14 +41,18 @@ DecodeOutcome DecodeFile(const LoadedModule& module, const std::string& input, c
   const PCMWAVEFORMAT& format = outcome.format;
   const uint64_t block = format.nBlockAlign;
   if (block == 0) throw FileError(input, "the decoder reports an empty sample format", AF_E_FAIL);
+  const uint32_t rate = format.nSamplesPerSec;
 
   // The bytes the whole file should give, in the output format.
   kxmp3::MP3Info info{};
   uint32_t infoSize = sizeof(info);
-  uint64_t expected = audio->GetInfo(FOURCC_ZAFC, &info, &infoSize) == AF_S_OK ? info.generic.totalPcmBytes : 0;
+  const bool haveInfo = audio->GetInfo(FOURCC_ZMP3, &info, &infoSize) == AF_S_OK;
+  uint64_t expected = haveInfo ? info.generic.totalPcmBytes : 0;
+  const bool lengthKnown = haveInfo && LengthFromFile(info);
 
   if (settings.start) {
-    const uint64_t startBytes = TimeToSamples(*settings.start, format.nSamplesPerSec) * block;
+    outcome.startSample = TimeToSamples(*settings.start, rate);
+    const uint64_t startBytes = outcome.startSample * block;
     QWUNION position{};
     position.u = startBytes;
     rc = audio->SetCurrentPosition(position, AF_ORIGIN_START);
@@ -53,51 +60,74 @@ DecodeOutcome DecodeFile(const LoadedModule& module, const std::string& input, c
       throw FileError(input, "--start is beyond the end of the audio (" + std::to_string(expected / block) +
                                  " samples)", rc);
     }
+    if (rc == AF_S_END_OF_DATA) {
+      throw FileError(input, "--start " + FormatSamplesAsTime(outcome.startSample, rate) +
+                                 " is beyond where the file ends (it is shorter than its header declares)",
+                      ZS_E_END_OF_DATA);
+    }
     if (rc != AF_S_OK) throw FileError(input, "seeking to --start failed", rc);
     expected = expected > startBytes ? expected - startBytes : 0;
   }
   uint64_t limit = UINT64_MAX;
   if (settings.duration) {
-    limit = TimeToSamples(*settings.duration, format.nSamplesPerSec) * block;
+    limit = TimeToSamples(*settings.duration, rate) * block;
     expected = std::min(expected, limit);
   }
+  if (lengthKnown) outcome.expectedFrames = expected / block;
 
-  std::unique_ptr<TempOutput> temp;
-  std::unique_ptr<SampleSink> sink;
-  if (toStdout) {
-    sink = MakeRawSink(STDOUT_FILENO);
-  } else {
-    temp = std::make_unique<TempOutput>(output);
-    sink = settings.raw ? MakeRawSink(temp->Fd()) : MakeWavSink(temp->Fd(), format, output);
-  }
+  OutputTarget target(output);
+  std::unique_ptr<SampleSink> sink =
+      settings.raw ? MakeRawSink(target.Fd()) : MakeWavSink(target.Fd(), target.Seekable(), format, target.DisplayName());
+  auto writeError = [&target] { return CliError("cannot write " + target.DisplayName() + ": " + std::strerror(errno)); };
 
-  std::vector<uint8_t> buffer(kRequestBytes);
+  // One frame's samples per request: each status then belongs to (at most) two
+  // frames, which places concealed damage to within a frame.
+  const uint64_t request = (haveInfo ? SamplesPerFrame(info) : 1152) * block;
+  std::vector<uint8_t> buffer(request);
   while (outcome.bytes < limit) {
     if (Interrupted()) throw Interruption();
     const uint64_t wanted = std::min<uint64_t>(buffer.size(), limit - outcome.bytes);
     int32_t written = 0;
     rc = audio->DecodeToPCMData(buffer.data(), static_cast<int32_t>(wanted), &written);
+    const uint64_t before = outcome.bytes;
     if (written > 0) {
-      if (!sink->Write(buffer.data(), static_cast<size_t>(written))) {
-        throw CliError("cannot write " + (toStdout ? std::string("standard output") : output) + ": " +
-                       std::strerror(errno));
-      }
+      if (!sink->Write(buffer.data(), static_cast<size_t>(written))) throw writeError();
       outcome.bytes += static_cast<uint64_t>(written);
-      if (progress) progress(outcome.bytes, expected);
+      if (progress) progress(outcome.bytes / block, expected / block, rate);
     }
     if (rc == AF_S_END_OF_DATA) break;
     if (rc == AF_S_FRAME_ERROR) {
-      ++outcome.concealedCalls;
-    } else if (rc != AF_S_OK) {
-      throw FileError(input, "decoding failed after " + std::to_string(outcome.bytes / block) + " samples", rc);
-    } else if (written <= 0) {
-      throw FileError(input, "the decoder delivered nothing and did not report the end", AF_E_FAIL);
+      const uint64_t first = outcome.startSample + before / block;
+      const uint64_t end = outcome.startSample + outcome.bytes / block;
+      if (!outcome.concealed.empty() && outcome.concealed.back().endSample >= first) {
+        outcome.concealed.back().endSample = std::max(outcome.concealed.back().endSample, end);
+      } else {
+        outcome.concealed.push_back({first, std::max(end, first + 1)});
+      }
+      continue;
     }
+    if (rc == AF_S_OK && written > 0) continue;
+    FileError failure = rc != AF_S_OK
+                            ? FileError(input, "decoding failed at " +
+                                                   FormatSamplesAsTime(outcome.startSample + outcome.bytes / block, rate),
+                                        rc)
+                            : FileError(input, "the decoder delivered nothing and did not report the end", AF_E_FAIL);
+    // What decoded is kept (unless all or nothing was asked for, or nothing decoded).
+    if (settings.strict || outcome.bytes == 0) throw failure;
+    outcome.failure = failure;
+    break;
   }
   if (Interrupted()) throw Interruption();
-  if (!sink->Close()) throw CliError("cannot finish " + output + ": " + std::strerror(errno));
-  if (temp) temp->Commit();
   outcome.sampleFrames = outcome.bytes / block;
+  outcome.shortInput = !outcome.failure && outcome.expectedFrames != 0 && outcome.sampleFrames < outcome.expectedFrames;
+  if (outcome.shortInput && settings.strict) {
+    throw FileError(input, "the file ends at " + FormatSamplesAsTime(outcome.startSample + outcome.sampleFrames, rate) +
+                               ", before the " + FormatSamplesAsTime(outcome.startSample + outcome.expectedFrames, rate) +
+                               " its header declares",
+                    ZS_E_END_OF_DATA);
+  }
+  if (!sink->Close()) throw CliError("cannot finish " + target.DisplayName() + ": " + std::strerror(errno));
+  target.Commit();
   return outcome;
 }
 

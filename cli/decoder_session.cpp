@@ -28,6 +28,8 @@ DecoderSession::DecoderSession(const LoadedModule& module, const std::string& fi
   }
   const uint32_t fourcc = format.formatCodes[0];
   StreamRef stream(OpenFileStream(file));
+  int64_t size = 0;
+  if (stream.Get()->GetSize(&size) == AF_S_OK && size > 0) fileSize_ = static_cast<uint64_t>(size);
   KxResult rc = format.create(fourcc, &object_);
   if (rc != AF_S_OK || object_ == nullptr) throw CliError("the module could not create a decoder: " + ResultText(rc));
   void* audio = nullptr;

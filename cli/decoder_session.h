@@ -28,8 +28,11 @@ class DecoderSession {
   DecoderSession& operator=(const DecoderSession&) = delete;
 
   Class_KXAudioFile* Audio() const { return audio_; }
+  // The size of the file (of the copy, for a pipe), in bytes.
+  uint64_t FileSize() const { return fileSize_; }
 
  private:
+  uint64_t fileSize_ = 0;
   Class_ZCOM* object_ = nullptr;
   Class_KXAudioFile* audio_ = nullptr;
 };

@@ -30,9 +30,18 @@ struct FileReport {
   kxmp3::MP3Info info{};             // the format's own record (16-bit figures)
   std::optional<TagFields> tags;     // absent when the file has no tag
   kxmp3::ReplayGainRecord replayGain{};
+  uint64_t fileSize = 0;             // bytes (of the copy, for a pipe)
+  // The file ends before the last frame its VBR header counts: `presentSamples`
+  // (per channel) is what it holds; otherwise presentSamples is the total.
+  bool truncated = false;
+  uint64_t presentSamples = 0;
 };
 
 // Opens `file` for information only through `module` and reads the three records.
+// When the frame count comes from a VBR header, a second decoder checks that the
+// file reaches the last frame it counts (a seek to the last sample: the module
+// walks the frame headers, no decoding but 32 frames of pre-roll) and, when it does
+// not, decodes the end of what is there to count the samples exactly.
 // Never throws for a file the module cannot open: the report says why.
 FileReport ReadFileReport(const LoadedModule& module, const std::string& file);
 
@@ -48,5 +57,11 @@ const char* MpegVersionText(uint32_t mpegVersion);
 std::optional<std::string> EncoderFromDescription(const std::string& description);
 // Samples per channel: the 16-bit PCM byte total over 2 x channels.
 uint64_t TotalSamples(const kxmp3::MP3Info& info);
+// "none", "50/15 us", "CCITT J.17" or "reserved" for emphasis 0 to 3.
+const char* EmphasisName(uint32_t emphasis);
+// Where the frame count comes from: "vbr-header", "counted", "estimated" or
+// "unknown" (the JSON value), and the text view's words for it.
+const char* FrameCountSourceKey(const kxmp3::MP3Info& info);
+const char* FrameCountSourceText(const kxmp3::MP3Info& info);
 
 }  // namespace kxhost

@@ -1,10 +1,22 @@
 // `kxhost info --json` objects (see info_json.h).
 #include "info_json.h"
 
+#include <cstdio>
+
 #include "cli_error.h"
 #include "text.h"
+#include "time_value.h"
 
 namespace kxhost {
+
+const std::vector<std::string> kInfoJsonKeys = {
+    "file",         "container",       "container_type", "mpeg_version",  "layer",
+    "sample_rate",  "channels",        "channel_mode",   "bitrate_kbps",  "vbr",
+    "frames",       "frames_source",   "duration_ms",    "total_samples", "truncated",
+    "present_samples", "present_duration_ms", "file_size", "audio_bytes", "encoder",
+    "description",  "start_skip",      "delay",          "removed_samples", "emphasis",
+    "emphasis_name", "crc",            "private",        "copyright",     "original",
+    "tags",         "replaygain"};
 
 namespace {
 
@@ -19,6 +31,12 @@ nlohmann::ordered_json OptionalNumber(bool present, double value) {
   return present ? nlohmann::ordered_json(value) : nlohmann::ordered_json(nullptr);
 }
 
+std::string Hex(KxResult code) {
+  char text[16];
+  std::snprintf(text, sizeof(text), "0x%X", code);
+  return text;
+}
+
 }  // namespace
 
 nlohmann::ordered_json ReportToJson(const FileReport& report) {
@@ -27,7 +45,7 @@ nlohmann::ordered_json ReportToJson(const FileReport& report) {
   if (report.failed) {
     const std::string name = ResultName(report.errorCode);
     j["error"] = {{"name", name.empty() ? nlohmann::ordered_json(nullptr) : nlohmann::ordered_json(name)},
-                  {"code", Copy(report.errorCode)},
+                  {"code", Hex(report.errorCode)},
                   {"reason", report.errorReason}};
     return j;
   }
@@ -44,14 +62,26 @@ nlohmann::ordered_json ReportToJson(const FileReport& report) {
   j["bitrate_kbps"] = Copy(g.bitrateKbps);
   j["vbr"] = (g.formatFlags & AFI_FLAG_VBR) != 0;
   j["frames"] = Copy(info.frameCount);
+  j["frames_source"] = FrameCountSourceKey(info);
   j["duration_ms"] = Copy(g.playTimeMs);
   j["total_samples"] = TotalSamples(info);
+  j["truncated"] = report.truncated;
+  j["present_samples"] = report.presentSamples;
+  j["present_duration_ms"] = g.sampleRate != 0 ? report.presentSamples * 1000 / g.sampleRate : 0;
+  j["file_size"] = report.fileSize;
+  j["audio_bytes"] = Copy(g.dataLength);
   const auto encoder = EncoderFromDescription(description);
   j["encoder"] = encoder ? nlohmann::ordered_json(*encoder) : nlohmann::ordered_json(nullptr);
   j["description"] = description;
+  j["start_skip"] = Copy(info.startSkip);
   j["delay"] = Copy(info.startSkip);
   j["removed_samples"] = Copy(info.samplesRemoved);
   j["emphasis"] = Copy(info.emphasis);
+  j["emphasis_name"] = EmphasisName(info.emphasis);
+  j["crc"] = info.errorProtection != 0;
+  j["private"] = info.privateBit != 0;
+  j["copyright"] = info.copyrightBit != 0;
+  j["original"] = info.originalBit != 0;
   if (report.tags) {
     nlohmann::ordered_json tags = nlohmann::ordered_json::object();
     for (int i = 0; i < 7; ++i) tags[kTagFieldNames[i]] = (*report.tags)[i];
@@ -65,6 +95,19 @@ nlohmann::ordered_json ReportToJson(const FileReport& report) {
       {"album_peak", OptionalNumber((rg.flags & kxmp3::RG_FLAG_ALBUM_PEAK) != 0, Copy(rg.albumPeak))},
   };
   return j;
+}
+
+nlohmann::ordered_json SelectFields(const nlohmann::ordered_json& object, const std::vector<std::string>& fields) {
+  nlohmann::ordered_json out;
+  out["file"] = object["file"];
+  if (object.contains("error")) {
+    out["error"] = object["error"];
+    return out;
+  }
+  for (const auto& field : fields) {
+    if (field != "file" && object.contains(field)) out[field] = object[field];
+  }
+  return out;
 }
 
 std::string ReportsToJsonText(const nlohmann::ordered_json& array) {

@@ -1,6 +1,10 @@
-// The JSON form of `kxhost info --json`: one object per file with fixed keys (see
-// the man page and kxhost-info.schema.json), in a fixed order.
+// The JSON form of `kxhost info --json`: one object per file with fixed keys in a
+// fixed order, the same facts as the text view (see the man page and
+// kxhost-info.schema.json, which describes every key with its unit).
 #pragma once
+
+#include <string>
+#include <vector>
 
 #include <nlohmann/json.hpp>
 
@@ -8,12 +12,15 @@
 
 namespace kxhost {
 
-// {"file", "container", "container_type", "mpeg_version", "layer", "sample_rate",
-//  "channels", "channel_mode", "bitrate_kbps", "vbr", "frames", "duration_ms",
-//  "total_samples", "encoder", "description", "delay", "removed_samples",
-//  "emphasis", "tags" (only when the file has a tag), "replaygain"}; for a file that
-// could not be opened {"file", "error": {"name", "code", "reason"}}.
+// The keys of a file's object, in order ("tags" only when the file has a tag).
+extern const std::vector<std::string> kInfoJsonKeys;
+
+// The object of one file; for a file that could not be opened
+// {"file", "error": {"name", "code" ("0x3101"), "reason"}}.
 nlohmann::ordered_json ReportToJson(const FileReport& report);
+
+// Keeps only `fields` (and "file", and "error" of a failed file) of `object`.
+nlohmann::ordered_json SelectFields(const nlohmann::ordered_json& object, const std::vector<std::string>& fields);
 
 // The whole document, an array of the reports, as text (two-space indent, invalid
 // UTF-8 in file names replaced rather than fatal), ending with a newline.

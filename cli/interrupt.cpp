@@ -11,6 +11,7 @@ namespace kxhost {
 namespace {
 
 std::atomic<int> g_signal{0};
+std::atomic<void (*)()> g_cleanup{nullptr};
 
 extern "C" void OnSignal(int number) {
   int expected = 0;
@@ -38,9 +39,12 @@ void InstallInterruptHandlers() {
 
 bool Interrupted() { return g_signal.load(std::memory_order_relaxed) != 0; }
 
+void AtInterruptExit(void (*cleanup)()) { g_cleanup = cleanup; }
+
 void ExitIfInterrupted() {
   const int number = g_signal.load();
   if (number == 0) return;
+  if (auto cleanup = g_cleanup.load()) cleanup();
   signal(number, SIG_DFL);
   raise(number);
   _exit(128 + number);  // only if the signal was blocked

@@ -10,7 +10,10 @@ namespace kxhost {
 void InstallInterruptHandlers();
 // Whether a signal arrived.
 bool Interrupted();
-// If a signal arrived: re-raises it with its default action (does not return).
+// If a signal arrived: runs the cleanup registered below, then re-raises the
+// signal with its default action (does not return).
 void ExitIfInterrupted();
+// Registers `cleanup` (temporary files) for ExitIfInterrupted; one at most.
+void AtInterruptExit(void (*cleanup)());
 
 }  // namespace kxhost

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdlib>
 #include <cstdio>
 #include <cstring>
 #include <vector>
@@ -37,6 +38,51 @@ class RawSink : public SampleSink {
   int fd_;
 };
 
+// A WAV header for an output that cannot seek back to fill in the lengths: they
+// are 0xFFFFFFFF ("unknown"), which players and converters read as "until the end".
+class WavStreamSink : public SampleSink {
+ public:
+  WavStreamSink(int fd, const PCMWAVEFORMAT& format) : raw_(fd) {
+    const bool isFloat = format.wBitsPerSample == 64;
+    std::vector<uint8_t> h;
+    auto put = [&h](uint32_t value, int bytes) {
+      for (int i = 0; i < bytes; ++i) h.push_back(static_cast<uint8_t>(value >> (8 * i)));
+    };
+    auto tag = [&h](const char* four) { h.insert(h.end(), four, four + 4); };
+    tag("RIFF");
+    put(0xFFFFFFFFu, 4);
+    tag("WAVE");
+    tag("fmt ");
+    put(isFloat ? 18 : 16, 4);
+    put(isFloat ? WAVE_FORMAT_IEEE_FLOAT : WAVE_FORMAT_PCM, 2);
+    put(format.nChannels, 2);
+    put(format.nSamplesPerSec, 4);
+    put(format.nSamplesPerSec * format.nBlockAlign, 4);
+    put(format.nBlockAlign, 2);
+    put(format.wBitsPerSample, 2);
+    if (isFloat) put(0, 2);  // cbSize
+    tag("data");
+    put(0xFFFFFFFFu, 4);
+    header_ = std::move(h);
+  }
+  bool Write(const uint8_t* bytes, size_t count) override {
+    if (!header_.empty()) {
+      if (!raw_.Write(header_.data(), header_.size())) return false;
+      header_.clear();
+    }
+    return raw_.Write(bytes, count);
+  }
+  bool Close() override {
+    if (!header_.empty() && !raw_.Write(header_.data(), header_.size())) return false;
+    header_.clear();
+    return true;
+  }
+
+ private:
+  RawSink raw_;
+  std::vector<uint8_t> header_;  // written with the first samples
+};
+
 class WavSink : public SampleSink {
  public:
   WavSink(int fd, const PCMWAVEFORMAT& format, const std::string& displayName)
@@ -48,8 +94,12 @@ class WavSink : public SampleSink {
     if (blockAlign_ == 0 || !sf_format_check(&info)) {
       throw CliError("cannot write WAV " + displayName + ": libsndfile refuses this sample format");
     }
+    errno = 0;  // libsndfile writes the header here; a system error leaves its reason
     file_ = sf_open_fd(fd, SFM_WRITE, &info, SF_FALSE);
-    if (file_ == nullptr) throw CliError("cannot write WAV " + displayName + ": " + sf_strerror(nullptr));
+    if (file_ == nullptr) {
+      const int error = errno;
+      throw CliError("cannot write " + displayName + ": " + (error != 0 ? std::strerror(error) : sf_strerror(nullptr)));
+    }
   }
   ~WavSink() override {
     if (file_ != nullptr) sf_close(file_);
@@ -94,31 +144,73 @@ class WavSink : public SampleSink {
 
 }  // namespace
 
-TempOutput::TempOutput(const std::string& target) : target_(target) {
-  std::string pattern = target + ".kxhost-XXXXXX";
+OutputKind ClassifyOutput(const std::string& path) {
+  if (path == "-") return OutputKind::kStandardOutput;
+  struct stat st {};
+  if (stat(path.c_str(), &st) != 0) return OutputKind::kFile;  // not there yet (or a dangling link)
+  if (S_ISDIR(st.st_mode)) return OutputKind::kDirectory;
+  if (S_ISREG(st.st_mode)) return OutputKind::kFile;
+  return OutputKind::kInPlace;
+}
+
+bool IsExistingRegularFile(const std::string& path) {
+  struct stat st {};
+  return path != "-" && stat(path.c_str(), &st) == 0 && S_ISREG(st.st_mode);
+}
+
+OutputTarget::OutputTarget(const std::string& path) : kind_(ClassifyOutput(path)), target_(path), display_(path) {
+  if (kind_ == OutputKind::kDirectory) {
+    throw CliError(path + " is a folder: -o names a file (use --out-dir DIR for a folder)");
+  }
+  if (kind_ == OutputKind::kStandardOutput) {
+    display_ = "standard output";
+    fd_ = STDOUT_FILENO;
+    seekable_ = lseek(fd_, 0, SEEK_CUR) >= 0;
+    return;
+  }
+  if (kind_ == OutputKind::kInPlace) {
+    // No O_CREAT, no O_TRUNC: a device or FIFO is used as it is. A FIFO waits
+    // here for its reader, as any writer of a FIFO does.
+    fd_ = ::open(path.c_str(), O_WRONLY | O_CLOEXEC | O_NOCTTY);
+    if (fd_ < 0) throw CliError("cannot write " + path + ": " + std::strerror(errno));
+    seekable_ = lseek(fd_, 0, SEEK_CUR) >= 0;
+    return;
+  }
+  // A symbolic link stays a link: the file it points to is the one replaced.
+  struct stat link {};
+  if (lstat(path.c_str(), &link) == 0 && S_ISLNK(link.st_mode)) {
+    char* resolved = realpath(path.c_str(), nullptr);
+    if (resolved == nullptr) {
+      throw CliError("cannot write " + path + ": a symbolic link to nothing (" + std::strerror(errno) + ")");
+    }
+    target_ = resolved;
+    std::free(resolved);
+  }
+  std::string pattern = target_ + ".kxhost-XXXXXX";
   std::vector<char> name(pattern.begin(), pattern.end());
   name.push_back('\0');
   fd_ = mkostemp(name.data(), O_CLOEXEC);
-  if (fd_ < 0) throw CliError("cannot write " + target + ": " + std::strerror(errno));
-  path_ = name.data();
+  if (fd_ < 0) throw CliError("cannot write " + path + ": " + std::strerror(errno));
+  temp_ = name.data();
+  seekable_ = true;
   // mkstemp makes the file private; an output file gets the usual permissions.
   const mode_t mask = umask(0);
   umask(mask);
   fchmod(fd_, 0666 & ~mask);
 }
 
-TempOutput::~TempOutput() {
-  if (fd_ >= 0) ::close(fd_);
-  if (!committed_) ::unlink(path_.c_str());
+OutputTarget::~OutputTarget() {
+  if (fd_ >= 0 && fd_ != STDOUT_FILENO) ::close(fd_);
+  if (!committed_ && !temp_.empty()) ::unlink(temp_.c_str());
 }
 
-void TempOutput::Commit() {
-  if (fd_ >= 0) {
+void OutputTarget::Commit() {
+  if (fd_ >= 0 && kind_ != OutputKind::kStandardOutput) {  // standard output: closed and checked by main
     const int rc = ::close(fd_);
     fd_ = -1;
-    if (rc != 0) throw CliError("cannot finish " + target_ + ": " + std::strerror(errno));
+    if (rc != 0) throw CliError("cannot finish " + display_ + ": " + std::strerror(errno));
   }
-  if (std::rename(path_.c_str(), target_.c_str()) != 0) {
+  if (!temp_.empty() && std::rename(temp_.c_str(), target_.c_str()) != 0) {
     throw CliError("cannot rename the output to " + target_ + ": " + std::strerror(errno));
   }
   committed_ = true;
@@ -126,7 +218,9 @@ void TempOutput::Commit() {
 
 std::unique_ptr<SampleSink> MakeRawSink(int fd) { return std::make_unique<RawSink>(fd); }
 
-std::unique_ptr<SampleSink> MakeWavSink(int fd, const PCMWAVEFORMAT& format, const std::string& displayName) {
+std::unique_ptr<SampleSink> MakeWavSink(int fd, bool seekable, const PCMWAVEFORMAT& format,
+                                        const std::string& displayName) {
+  if (!seekable) return std::make_unique<WavStreamSink>(fd, format);
   return std::make_unique<WavSink>(fd, format, displayName);
 }
 

@@ -105,4 +105,8 @@ std::string FourCCText(uint32_t fourcc) {
   return out;
 }
 
+std::string CountOf(uint64_t n, const char* singular, const char* plural) {
+  return std::to_string(n) + " " + (n == 1 ? singular : plural);
+}
+
 }  // namespace kxhost

@@ -16,5 +16,7 @@ std::u16string ToUtf16(const std::string& text);
 // The four characters of a FourCC, first character from the low byte; characters
 // outside printable ASCII are shown as '?'.
 std::string FourCCText(uint32_t fourcc);
+// "1 file", "2 files": a count with its noun in the right number.
+std::string CountOf(uint64_t n, const char* singular, const char* plural);
 
 }  // namespace kxhost

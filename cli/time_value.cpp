@@ -1,6 +1,7 @@
 // TIME arguments (see time_value.h).
 #include "time_value.h"
 
+#include <cstdio>
 #include <vector>
 
 namespace kxhost {
@@ -72,6 +73,23 @@ std::optional<TimeValue> ParseTime(const std::string& text) {
 uint64_t TimeToSamples(TimeValue time, uint32_t sampleRate) {
   const unsigned __int128 product = static_cast<unsigned __int128>(time.nanoseconds) * sampleRate;
   return static_cast<uint64_t>((product + kNanosPerSecond / 2) / kNanosPerSecond);
+}
+
+std::string FormatMilliseconds(uint64_t ms) {
+  char text[48];
+  const unsigned long long h = ms / 3600000, m = ms / 60000 % 60, sec = ms / 1000 % 60, frac = ms % 1000;
+  if (h != 0) {
+    std::snprintf(text, sizeof(text), "%llu:%02llu:%02llu.%03llu", h, m, sec, frac);
+  } else {
+    std::snprintf(text, sizeof(text), "%llu:%02llu.%03llu", static_cast<unsigned long long>(ms / 60000), sec, frac);
+  }
+  return text;
+}
+
+std::string FormatSamplesAsTime(uint64_t samples, uint32_t sampleRate) {
+  if (sampleRate == 0) return FormatMilliseconds(0);
+  // samples * 1000 cannot overflow for any real file (2^54 samples).
+  return FormatMilliseconds(samples * 1000 / sampleRate);
 }
 
 }  // namespace kxhost

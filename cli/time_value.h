@@ -21,4 +21,10 @@ std::optional<TimeValue> ParseTime(const std::string& text);
 // The sample index of `time` at `sampleRate`, rounded to the nearest sample.
 uint64_t TimeToSamples(TimeValue time, uint32_t sampleRate);
 
+// A position as kxhost prints it: "m:ss.fff" ("h:mm:ss.fff" from an hour on),
+// milliseconds rounded down.
+std::string FormatMilliseconds(uint64_t ms);
+// `samples` at `sampleRate` as above ("0:00.000" for a rate of 0).
+std::string FormatSamplesAsTime(uint64_t samples, uint32_t sampleRate);
+
 }  // namespace kxhost

@@ -179,7 +179,8 @@ TEST(KxhostInterrupt, CtrlCInTheMiddleOfAFileLeavesNoOutput) {
   const std::string input = MakeLongFile(dir / "long.mp3", 1500);  // about 14 minutes of audio
   for (const char* format : {"wav", "raw"}) {
     SCOPED_TRACE(format);
-    const std::string out = dir / "out.wav";
+    const std::string outName = std::string("out.") + format;
+    const std::string out = dir / outName;
     const pid_t pid = Spawn({"--plugin", kModule, "decode", input, "-o", out, "--format", format}, -1);
     ASSERT_GT(pid, 0);
     // Wait until the temporary output holds samples: the decode is under way.
@@ -188,7 +189,7 @@ TEST(KxhostInterrupt, CtrlCInTheMiddleOfAFileLeavesNoOutput) {
     while (!started && std::chrono::steady_clock::now() < deadline) {
       for (const auto& name : kxtest::ListNames(dir.Path())) {
         struct stat st {};
-        if (name.rfind("out.wav.kxhost-", 0) == 0 && stat((dir / name).c_str(), &st) == 0 && st.st_size > 100000) {
+        if (name.rfind(outName + ".kxhost-", 0) == 0 && stat((dir / name).c_str(), &st) == 0 && st.st_size > 100000) {
           started = true;
         }
       }
@@ -254,8 +255,11 @@ TEST(KxhostProgress, DrawnOnATerminalOnly) {
   const std::string drawn =
       RunOnTerminal({"--plugin", kModule, "decode", input, "-o", dir / "a.wav"}, &exitCode);
   EXPECT_EQ(exitCode, 0) << drawn;
+  // The file, its position / duration and the speed.
   EXPECT_NE(drawn.find("\r["), std::string::npos) << drawn;
-  EXPECT_NE(drawn.find("%"), std::string::npos) << drawn;
+  EXPECT_NE(drawn.find("] long.mp3  0:"), std::string::npos) << drawn;
+  EXPECT_NE(drawn.find(" / 0:21.9"), std::string::npos) << drawn;  // 967680 samples at 44.1 kHz
+  EXPECT_NE(drawn.find("  speed "), std::string::npos) << drawn;
   EXPECT_NE(drawn.find("a.wav: "), std::string::npos) << drawn;  // the summary line after the bar
   // --quiet: nothing at all on the terminal.
   const std::string quiet =
@@ -267,12 +271,26 @@ TEST(KxhostProgress, DrawnOnATerminalOnly) {
   EXPECT_EQ(piped.exitCode, 0);
   EXPECT_EQ(piped.err.find('\r'), std::string::npos);
   EXPECT_EQ(piped.err.rfind(dir / "c.wav: ", 0), 0u) << piped.err;
-  // A batch counts files on the bar.
+  // --progress draws it anyway (for logs).
+  const auto forced = RunProcess(kHost, {"--plugin", kModule, "--progress", "decode", input, "-o", dir / "d.wav"});
+  EXPECT_EQ(forced.exitCode, 0);
+  EXPECT_NE(forced.err.find("\r["), std::string::npos) << forced.err;
+  // A batch: files done of all, and the file under way with its position, as it decodes.
   MakeFifty(dir / "in");
   const std::string batch =
-      RunOnTerminal({"--plugin", kModule, "decode", "-r", dir / "in", "--out-dir", dir / "out"}, &exitCode);
+      RunOnTerminal({"--plugin", kModule, "decode", "-j", "1", "-r", dir / "in", "--out-dir", dir / "out"}, &exitCode);
   EXPECT_EQ(exitCode, 0);
-  EXPECT_NE(batch.find("/50 files"), std::string::npos) << batch;
+  EXPECT_NE(batch.find("] 0/50 "), std::string::npos) << batch;  // drawn before the first file ends
+  EXPECT_NE(batch.find("/50 "), std::string::npos) << batch;
+  EXPECT_NE(batch.find(".mp3  0:"), std::string::npos) << batch;
+}
+
+TEST(KxhostProgress, ALongDecodeShowsTheTimeLeft) {
+  kxtest::ScratchDir dir;
+  const std::string input = MakeLongFile(dir / "long.mp3", 1500);
+  const auto r = RunProcess(kHost, {"--plugin", kModule, "--progress", "decode", input, "-o", dir / "a.raw"});
+  EXPECT_EQ(r.exitCode, 0) << r.err.substr(0, 300);
+  EXPECT_NE(r.err.find("  ETA 0:"), std::string::npos) << r.err.substr(0, 2000);
 }
 
 }  // namespace

@@ -239,14 +239,28 @@ TEST(KxhostDecode, ReplacesAnExistingFile) {
   EXPECT_EQ(w.data.size(), 5512u * 4);
 }
 
-TEST(KxhostDecode, WavNeedsAFile) {
-  const auto r = RunProcess(kHost, {"--plugin", kModule, "decode", kData + "m1_44100_joint_cbr.mp3", "-o", "-"});
-  EXPECT_NE(r.exitCode, 0);
-  EXPECT_NE(r.err.find("--format raw"), std::string::npos) << r.err;
-  EXPECT_TRUE(r.out.empty());
-  const auto bad = RunProcess(kHost, {"--plugin", kModule, "decode", kData + "m1_44100_joint_cbr.mp3", "-o", "-",
-                                      "--format", "mp3"});
-  EXPECT_NE(bad.exitCode, 0);
+TEST(KxhostDecode, WavToStandardOutputIsAStreamWithUnknownLengths) {
+  const std::string input = kData + "m1_44100_joint_cbr.mp3";
+  const auto r = RunProcess(kHost, {"--plugin", kModule, "decode", input, "-o", "-"});
+  ASSERT_EQ(r.exitCode, 0) << r.err;
+  const auto raw = RunProcess(kHost, {"--plugin", kModule, "decode", input, "-o", "-", "--format", "raw"});
+  ASSERT_EQ(raw.exitCode, 0) << raw.err;
+  ASSERT_EQ(r.out.size(), 44 + raw.out.size());
+  const std::vector<uint8_t> bytes(r.out.begin(), r.out.end());
+  EXPECT_EQ(r.out.substr(0, 4), "RIFF");
+  EXPECT_EQ(U32(&bytes[4]), 0xFFFFFFFFu);  // a pipe cannot be rewound to fill in the lengths
+  EXPECT_EQ(r.out.substr(8, 8), "WAVEfmt ");
+  EXPECT_EQ(U16(&bytes[20]), 1);           // PCM
+  EXPECT_EQ(U16(&bytes[22]), 2);           // channels
+  EXPECT_EQ(U32(&bytes[24]), 44100u);
+  EXPECT_EQ(U16(&bytes[34]), 16);
+  EXPECT_EQ(r.out.substr(36, 4), "data");
+  EXPECT_EQ(U32(&bytes[40]), 0xFFFFFFFFu);
+  EXPECT_TRUE(r.out.substr(44) == raw.out);
+  EXPECT_EQ(r.err, "(standard output): 44100 samples, 44100 Hz, 2 channels, 16-bit, 0:01.000\n");
+  const auto bad = RunProcess(kHost, {"--plugin", kModule, "decode", input, "-o", "-", "--format", "mp3"});
+  EXPECT_EQ(bad.exitCode, 2);
+  EXPECT_TRUE(bad.out.empty());
 }
 
 }  // namespace

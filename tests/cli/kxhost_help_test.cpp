@@ -95,4 +95,35 @@ TEST(KxhostFolders, HiddenFilesAndSubfoldersWithoutRecursionAreLeftOut) {
   EXPECT_NE(text.out.find("replaygain: none\n\nfile: " + dir / "b.mp3" + "\n"), std::string::npos) << text.out;
 }
 
+TEST(KxhostHelp, VersionUnknownCommandsAndOnePrefixOnEveryError) {
+  const auto version = RunProcess(kHost, {"--version"});
+  EXPECT_EQ(version.exitCode, 0);
+  EXPECT_EQ(version.out, "kxhost 0.1.0\n");
+  const std::string next = "Run \"kxhost --help\" (or \"kxhost COMMAND --help\") for more.\n";
+  const auto unknown = RunProcess(kHost, {"--plugin", kModule, "transcode", "x.mp3"});
+  EXPECT_EQ(unknown.exitCode, 2);
+  EXPECT_EQ(unknown.err, "kxhost: unknown command \"transcode\" (commands: plugins, probe, info, decode, dialog, about)\n" + next);
+  const auto none = RunProcess(kHost, {"--plugin", kModule});
+  EXPECT_EQ(none.exitCode, 2);
+  EXPECT_EQ(none.err, "kxhost: name a command: plugins, probe, info, decode, dialog, about\n" + next);
+  const auto noFile = RunProcess(kHost, {"--plugin", kModule, "info"});
+  EXPECT_EQ(noFile.err, "kxhost: FILE is required\n" + next);
+  const auto bogus = RunProcess(kHost, {"--plugin", kModule, "decode", kMp3 + "id3v1.mp3", "--bogus"});
+  EXPECT_EQ(bogus.err, "kxhost: The following argument was not expected: --bogus\n" + next);
+}
+
+TEST(KxhostHelp, SingularAndPluralAreRight) {
+  kxtest::ScratchDir dir;
+  const auto mono = RunProcess(kHost, {"--plugin", kModule, "decode", kMp3 + "m2_16000_mono_cbr.mp3", "-o", dir / "m.wav"});
+  EXPECT_EQ(mono.exitCode, 0);
+  EXPECT_NE(mono.err.find(", 16000 Hz, 1 channel, 16-bit, "), std::string::npos) << mono.err;
+  kxtest::MakeDir(dir / "in");
+  kxtest::WriteFileBytes(dir / "in/a.mp3", kxtest::ReadFileBytes(kMp3 + "id3v1.mp3"));
+  kxtest::WriteFileBytes(dir / "in/notes.txt", std::vector<uint8_t>(100, 'n'));
+  const auto one = RunProcess(kHost, {"--plugin", kModule, "decode", dir / "in", "--out-dir", dir / "out"});
+  EXPECT_EQ(one.err, "decoded 1 file to " + dir / "out" + ", 1 skipped (not MPEG audio)\n");
+  const auto info = RunProcess(kHost, {"--plugin", kModule, "info", dir / "in"});
+  EXPECT_EQ(info.err, "kxhost: 1 file skipped (not MPEG audio); -v lists them\n");
+}
+
 }  // namespace

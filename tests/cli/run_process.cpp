@@ -4,9 +4,11 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <spawn.h>
+#include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstring>
 
 extern char** environ;
@@ -14,8 +16,13 @@ extern char** environ;
 namespace kxtest {
 
 ProcessResult RunProcess(const std::string& program, const std::vector<std::string>& args,
-                         const std::map<std::string, std::string>& env) {
+                         const std::map<std::string, std::string>& env, const std::optional<std::string>& input) {
   ProcessResult result;
+  // A child that stops reading its input must not end this process.
+  signal(SIGPIPE, SIG_IGN);
+  int inPipe[2] = {-1, -1};
+  if (input && pipe(inPipe) != 0) return result;
+  if (input) fcntl(inPipe[1], F_SETFL, O_NONBLOCK);  // never block on a child busy writing
   int outPipe[2];
   int errPipe[2];
   if (pipe(outPipe) != 0) return result;
@@ -51,25 +58,47 @@ ProcessResult RunProcess(const std::string& program, const std::vector<std::stri
   posix_spawn_file_actions_adddup2(&actions, errPipe[1], 2);
   posix_spawn_file_actions_addclose(&actions, outPipe[0]);
   posix_spawn_file_actions_addclose(&actions, errPipe[0]);
-  posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
+  if (input) {
+    posix_spawn_file_actions_adddup2(&actions, inPipe[0], 0);
+    posix_spawn_file_actions_addclose(&actions, inPipe[1]);
+  } else {
+    posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
+  }
   pid_t pid = -1;
   const int spawned = posix_spawn(&pid, program.c_str(), &actions, nullptr, argv.data(), envp.data());
   posix_spawn_file_actions_destroy(&actions);
   close(outPipe[1]);
   close(errPipe[1]);
+  if (input) close(inPipe[0]);
   if (spawned != 0) {
+    if (input) close(inPipe[1]);
     close(outPipe[0]);
     close(errPipe[0]);
     result.err = std::string("cannot run ") + program + ": " + std::strerror(spawned);
     return result;
   }
-  // Drain both pipes together so that neither can fill up and stall the child.
-  pollfd fds[2] = {{outPipe[0], POLLIN, 0}, {errPipe[0], POLLIN, 0}};
+  // Drain both pipes together, and feed the input, so that no pipe can fill up
+  // and stall the child.
+  pollfd fds[3] = {{outPipe[0], POLLIN, 0}, {errPipe[0], POLLIN, 0}, {input ? inPipe[1] : -1, POLLOUT, 0}};
   std::string* sinks[2] = {&result.out, &result.err};
+  size_t fed = 0;
+  if (input && input->empty()) {
+    close(inPipe[1]);
+    fds[2].fd = -1;
+  }
   int open = 2;
   char buffer[65536];
   while (open > 0) {
-    if (poll(fds, 2, -1) < 0) break;
+    if (poll(fds, 3, -1) < 0) break;
+    if (fds[2].fd >= 0 && fds[2].revents != 0) {
+      const ssize_t n = (fds[2].revents & POLLOUT) ? write(fds[2].fd, input->data() + fed, input->size() - fed) : -1;
+      if (n > 0) fed += static_cast<size_t>(n);
+      if (n < 0 && errno == EAGAIN) continue;
+      if (n <= 0 || fed == input->size()) {
+        close(fds[2].fd);
+        fds[2].fd = -1;
+      }
+    }
     for (int i = 0; i < 2; ++i) {
       if (fds[i].fd < 0 || fds[i].revents == 0) continue;
       const ssize_t n = read(fds[i].fd, buffer, sizeof(buffer));
@@ -82,6 +111,7 @@ ProcessResult RunProcess(const std::string& program, const std::vector<std::stri
       }
     }
   }
+  if (fds[2].fd >= 0) close(fds[2].fd);
   int status = 0;
   waitpid(pid, &status, 0);
   if (WIFEXITED(status)) result.exitCode = WEXITSTATUS(status);

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -15,8 +16,10 @@ struct ProcessResult {
 };
 
 // Runs `program` with `args`. `env` entries are set (an empty value unsets the
-// variable) on top of this process's environment.
+// variable) on top of this process's environment. Standard input is /dev/null, or
+// a pipe that carries `input` when it is given.
 ProcessResult RunProcess(const std::string& program, const std::vector<std::string>& args,
-                         const std::map<std::string, std::string>& env = {});
+                         const std::map<std::string, std::string>& env = {},
+                         const std::optional<std::string>& input = std::nullopt);
 
 }  // namespace kxtest
