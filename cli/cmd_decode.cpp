@@ -52,6 +52,9 @@ struct DecodeOptions {
   bool strict = false;
   bool allowShort = false;
   bool verbose = false;
+  std::string replayGain = "off";
+  double preamp = 0;
+  double fallbackGain = 0;
   unsigned jobs = 0;  // 0: one per core
 };
 
@@ -341,6 +344,11 @@ int RunDecode(const GlobalOptions& options, const DecodeOptions& opts) {
   settings.raw = opts.format == "raw";
   settings.noDeemphasis = opts.noDeemphasis;
   settings.strict = opts.strict;
+  if (!ParseGainMode(opts.replayGain, &settings.gain.mode)) {
+    throw CliError("bad --replaygain " + opts.replayGain + ": use off, track or album");
+  }
+  settings.gain.preampDb = opts.preamp;
+  settings.gain.fallbackDb = opts.fallbackGain;
   settings.start = TimeOption(opts.startGiven, opts.start, "--start");
   settings.duration = TimeOption(opts.durationGiven, opts.duration, "--duration");
   if (!opts.outDir.empty()) return RunBatch(options, opts, settings);
@@ -365,6 +373,11 @@ void AddDecodeCommand(CLI::App& app, const GlobalOptions& options, CommandResult
   sub->add_option("--start", opts.start, "start at TIME (seconds, or mm:ss.fff)");
   sub->add_option("--duration", opts.duration, "decode TIME at most (seconds, or mm:ss.fff)");
   sub->add_flag("--no-deemphasis", opts.noDeemphasis, "never apply de-emphasis");
+  sub->add_option("--replaygain", opts.replayGain,
+                  "off (default), track or album: scale by the tags' ReplayGain, kept from clipping by the peak");
+  sub->add_option("--preamp", opts.preamp, "decibels added to the tags' ReplayGain (default 0)");
+  sub->add_option("--fallback-gain", opts.fallbackGain,
+                  "decibels for a file without ReplayGain values when --replaygain is on (default 0)");
   sub->add_flag("-n,--no-clobber", opts.noClobber, "keep existing output files (they are not decoded again)");
   sub->add_flag("--allow-short", opts.allowShort,
                 "a file that ends before the length its header declares is not an error (exit 0, still warned)");

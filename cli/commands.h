@@ -42,5 +42,7 @@ void AddDecodeCommand(CLI::App& app, const GlobalOptions& options, CommandResult
 void AddDialogCommand(CLI::App& app, const GlobalOptions& options, CommandResult& result);
 // kxhost about [--show SECONDS]: shows the module's about box.
 void AddAboutCommand(CLI::App& app, const GlobalOptions& options, CommandResult& result);
+// kxhost play [-r] [--shuffle] FILE|DIR...: plays through the sound output, gaplessly.
+void AddPlayCommand(CLI::App& app, const GlobalOptions& options, CommandResult& result);
 
 }  // namespace kxhost

@@ -9,6 +9,7 @@
 
 #include "decoder_session.h"
 #include "interrupt.h"
+#include "file_report.h"
 #include "output_file.h"
 #include "host/kx_mp3_info.h"
 
@@ -32,15 +33,35 @@ DecodeOutcome DecodeFile(const LoadedModule& module, const std::string& input, c
   if (output != "-" && SameFile(input, output)) {
     throw CliError(output + ": the output would replace the input; choose another name");
   }
-  const uint32_t flags = settings.noDeemphasis ? OPEN_FLAG_NO_DEEMPHASIS : 0;
-  DecoderSession session(module, input, flags, settings.useFloat ? 64 : 16);
-  Class_KXAudioFile* audio = session.Audio();
   DecodeOutcome outcome;
-  KxResult rc = audio->GetPCMWaveFormat(&outcome.format);
+  // ReplayGain: the factor from the file's tags. Scaled samples are computed from
+  // the decoder's 64-bit float output in double precision and, for 16-bit output,
+  // rounded here as the decoder rounds its own; unscaled ones come as they are.
+  if (settings.gain.mode != GainMode::kOff) {
+    const FileReport report = ReadFileReport(module, input);
+    if (report.failed) throw FileError(input, report.errorReason, report.errorCode);
+    outcome.gain = ComputeGain(report.replayGain, settings.gain);
+  }
+  const bool scaled = outcome.gain.factor != 1.0;
+  const uint32_t flags = settings.noDeemphasis ? OPEN_FLAG_NO_DEEMPHASIS : 0;
+  DecoderSession session(module, input, flags, settings.useFloat || scaled ? 64 : 16);
+  Class_KXAudioFile* audio = session.Audio();
+  PCMWAVEFORMAT decoded{};
+  KxResult rc = audio->GetPCMWaveFormat(&decoded);
   if (rc != AF_S_OK) throw FileError(input, "the decoder refused its PCM format", rc);
-  const PCMWAVEFORMAT& format = outcome.format;
+  const PCMWAVEFORMAT& format = decoded;
   const uint64_t block = format.nBlockAlign;
   if (block == 0) throw FileError(input, "the decoder reports an empty sample format", AF_E_FAIL);
+  // The output's format: the decoder's, or 16-bit when 16-bit samples are rounded here.
+  outcome.format = decoded;
+  const bool roundHere = scaled && !settings.useFloat;
+  if (roundHere) {
+    outcome.format.wFormatTag = WAVE_FORMAT_PCM;
+    outcome.format.wBitsPerSample = 16;
+    outcome.format.nBlockAlign = static_cast<uint16_t>(2 * decoded.nChannels);
+    outcome.format.nAvgBytesPerSec = uint32_t{outcome.format.nBlockAlign} * decoded.nSamplesPerSec;
+  }
+  const uint64_t outBlock = outcome.format.nBlockAlign;
   const uint32_t rate = format.nSamplesPerSec;
 
   // The bytes the whole file should give, in the output format.
@@ -76,29 +97,45 @@ DecodeOutcome DecodeFile(const LoadedModule& module, const std::string& input, c
   if (lengthKnown) outcome.expectedFrames = expected / block;
 
   OutputTarget target(output);
-  std::unique_ptr<SampleSink> sink =
-      settings.raw ? MakeRawSink(target.Fd()) : MakeWavSink(target.Fd(), target.Seekable(), format, target.DisplayName());
+  std::unique_ptr<SampleSink> sink = settings.raw ? MakeRawSink(target.Fd())
+                                                  : MakeWavSink(target.Fd(), target.Seekable(), outcome.format,
+                                                                target.DisplayName());
   auto writeError = [&target] { return CliError("cannot write " + target.DisplayName() + ": " + std::strerror(errno)); };
 
   // One frame's samples per request: each status then belongs to (at most) two
   // frames, which places concealed damage to within a frame.
   const uint64_t request = (haveInfo ? SamplesPerFrame(info) : 1152) * block;
   std::vector<uint8_t> buffer(request);
-  while (outcome.bytes < limit) {
+  std::vector<int16_t> rounded(roundHere ? request / 8 : 0);
+  // Bytes of decoder output taken so far (positions and the --duration limit are
+  // counted in them); outcome.bytes counts the output's bytes.
+  uint64_t taken = 0;
+  while (taken < limit) {
     if (Interrupted()) throw Interruption();
-    const uint64_t wanted = std::min<uint64_t>(buffer.size(), limit - outcome.bytes);
+    const uint64_t wanted = std::min<uint64_t>(buffer.size(), limit - taken);
     int32_t written = 0;
     rc = audio->DecodeToPCMData(buffer.data(), static_cast<int32_t>(wanted), &written);
-    const uint64_t before = outcome.bytes;
+    const uint64_t before = taken;
     if (written > 0) {
-      if (!sink->Write(buffer.data(), static_cast<size_t>(written))) throw writeError();
-      outcome.bytes += static_cast<uint64_t>(written);
-      if (progress) progress(outcome.bytes / block, expected / block, rate);
+      const size_t samples = static_cast<size_t>(written) / (block / format.nChannels);
+      const uint8_t* data = buffer.data();
+      size_t bytes = static_cast<size_t>(written);
+      if (roundHere) {
+        ScaleTo16(reinterpret_cast<const double*>(buffer.data()), samples, outcome.gain.factor, rounded.data());
+        data = reinterpret_cast<const uint8_t*>(rounded.data());
+        bytes = samples * 2;
+      } else if (scaled) {
+        ScaleFloat(reinterpret_cast<double*>(buffer.data()), samples, outcome.gain.factor);
+      }
+      if (!sink->Write(data, bytes)) throw writeError();
+      taken += static_cast<uint64_t>(written);
+      outcome.bytes += bytes;
+      if (progress) progress(taken / block, expected / block, rate);
     }
     if (rc == AF_S_END_OF_DATA) break;
     if (rc == AF_S_FRAME_ERROR) {
       const uint64_t first = outcome.startSample + before / block;
-      const uint64_t end = outcome.startSample + outcome.bytes / block;
+      const uint64_t end = outcome.startSample + taken / block;
       if (!outcome.concealed.empty() && outcome.concealed.back().endSample >= first) {
         outcome.concealed.back().endSample = std::max(outcome.concealed.back().endSample, end);
       } else {
@@ -109,7 +146,7 @@ DecodeOutcome DecodeFile(const LoadedModule& module, const std::string& input, c
     if (rc == AF_S_OK && written > 0) continue;
     FileError failure = rc != AF_S_OK
                             ? FileError(input, "decoding failed at " +
-                                                   FormatSamplesAsTime(outcome.startSample + outcome.bytes / block, rate),
+                                                   FormatSamplesAsTime(outcome.startSample + taken / block, rate),
                                         rc)
                             : FileError(input, "the decoder delivered nothing and did not report the end", AF_E_FAIL);
     // What decoded is kept (unless all or nothing was asked for, or nothing decoded).
@@ -118,7 +155,7 @@ DecodeOutcome DecodeFile(const LoadedModule& module, const std::string& input, c
     break;
   }
   if (Interrupted()) throw Interruption();
-  outcome.sampleFrames = outcome.bytes / block;
+  outcome.sampleFrames = outcome.bytes / outBlock;
   outcome.shortInput = !outcome.failure && outcome.expectedFrames != 0 && outcome.sampleFrames < outcome.expectedFrames;
   if (outcome.shortInput && settings.strict) {
     throw FileError(input, "the file ends at " + FormatSamplesAsTime(outcome.startSample + outcome.sampleFrames, rate) +

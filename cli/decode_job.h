@@ -19,6 +19,7 @@
 #include "cli_error.h"
 #include "host/kxaudiofile.h"
 #include "module_loader.h"
+#include "replay_gain.h"
 #include "time_value.h"
 
 namespace kxhost {
@@ -28,6 +29,7 @@ struct DecodeSettings {
   bool raw = false;           // raw samples instead of a WAV file
   bool noDeemphasis = false;  // open with de-emphasis switched off
   bool strict = false;        // a short or failed decode keeps nothing (a FileError instead)
+  GainSettings gain;          // ReplayGain (off by default)
   std::optional<TimeValue> start;
   std::optional<TimeValue> duration;
 };
@@ -39,7 +41,8 @@ struct ConcealedStretch {
 };
 
 struct DecodeOutcome {
-  PCMWAVEFORMAT format{};
+  PCMWAVEFORMAT format{};      // of the output
+  AppliedGain gain;            // the ReplayGain factor applied (1 when none)
   uint64_t bytes = 0;          // PCM bytes written
   uint64_t sampleFrames = 0;   // bytes / block alignment
   uint64_t startSample = 0;    // where the output begins in the file (--start)

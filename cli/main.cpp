@@ -118,6 +118,7 @@ int main(int argc, char** argv) {
   kxhost::AddProbeCommand(app, options, result);
   kxhost::AddInfoCommand(app, options, result);
   kxhost::AddDecodeCommand(app, options, result);
+  kxhost::AddPlayCommand(app, options, result);
   kxhost::AddDialogCommand(app, options, result);
   kxhost::AddAboutCommand(app, options, result);
   // Applied before any command runs (CLI11 runs the command's callback at the end of parsing).

@@ -5,7 +5,7 @@ set -euo pipefail
 packages=(
   build-essential g++ cmake ninja-build pkg-config
   libgtest-dev libgmock-dev libbenchmark-dev
-  libsndfile1-dev libcli11-dev nlohmann-json3-dev
+  libsndfile1-dev libcli11-dev nlohmann-json3-dev libasound2-dev
   clang libclang-rt-14-dev
   lame sox mpg123 ffmpeg python3-mutagen eyed3 id3v2
 )

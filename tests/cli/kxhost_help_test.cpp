@@ -21,13 +21,13 @@ const std::string kMp3 = std::string(KX_TEST_DATA_DIR) + "/mp3/";
 TEST(KxhostHelp, EveryCommandHasHelpWithExamples) {
   const auto top = RunProcess(kHost, {"--help"});
   EXPECT_EQ(top.exitCode, 0);
-  for (const char* command : {"plugins", "probe", "info", "decode", "dialog"}) {
+  for (const char* command : {"plugins", "probe", "info", "decode", "play", "dialog", "about"}) {
     EXPECT_NE(top.out.find(std::string("  ") + command), std::string::npos) << command;
   }
   EXPECT_NE(top.out.find("Examples:"), std::string::npos);
   EXPECT_NE(top.out.find("--codepage"), std::string::npos);
   EXPECT_NE(top.out.find("--quiet"), std::string::npos);
-  for (const char* command : {"plugins", "probe", "info", "decode", "dialog"}) {
+  for (const char* command : {"plugins", "probe", "info", "decode", "play", "dialog", "about"}) {
     SCOPED_TRACE(command);
     const auto r = RunProcess(kHost, {command, "--help"});
     EXPECT_EQ(r.exitCode, 0) << r.err;
@@ -102,10 +102,10 @@ TEST(KxhostHelp, VersionUnknownCommandsAndOnePrefixOnEveryError) {
   const std::string next = "Run \"kxhost --help\" (or \"kxhost COMMAND --help\") for more.\n";
   const auto unknown = RunProcess(kHost, {"--plugin", kModule, "transcode", "x.mp3"});
   EXPECT_EQ(unknown.exitCode, 2);
-  EXPECT_EQ(unknown.err, "kxhost: unknown command \"transcode\" (commands: plugins, probe, info, decode, dialog, about)\n" + next);
+  EXPECT_EQ(unknown.err, "kxhost: unknown command \"transcode\" (commands: plugins, probe, info, decode, play, dialog, about)\n" + next);
   const auto none = RunProcess(kHost, {"--plugin", kModule});
   EXPECT_EQ(none.exitCode, 2);
-  EXPECT_EQ(none.err, "kxhost: name a command: plugins, probe, info, decode, dialog, about\n" + next);
+  EXPECT_EQ(none.err, "kxhost: name a command: plugins, probe, info, decode, play, dialog, about\n" + next);
   const auto noFile = RunProcess(kHost, {"--plugin", kModule, "info"});
   EXPECT_EQ(noFile.err, "kxhost: FILE is required\n" + next);
   const auto bogus = RunProcess(kHost, {"--plugin", kModule, "decode", kMp3 + "id3v1.mp3", "--bogus"});

@@ -1,0 +1,140 @@
+// The ALSA sound output of `kxhost play` (see audio_device.h).
+#include "audio_device.h"
+
+#include <alsa/asoundlib.h>
+
+#include <thread>
+
+#include "cli_error.h"
+
+namespace kxhost {
+
+namespace {
+
+constexpr unsigned kLatencyMicroseconds = 500000;
+
+snd_pcm_t* Pcm(void* p) { return static_cast<snd_pcm_t*>(p); }
+
+// ALSA's own messages on standard error ("ALSA lib pcm.c:...") are kept quiet:
+// kxhost says what failed in one line of its own.
+void QuietAlsa(const char*, int, const char*, int, const char*, ...) {}
+
+// Opens `name` and sets the format; returns 0 or a negative ALSA error.
+int OpenAndSet(const std::string& name, const AudioFormat& format, snd_pcm_t** pcm) {
+  int rc = snd_pcm_open(pcm, name.c_str(), SND_PCM_STREAM_PLAYBACK, 0);
+  if (rc < 0) return rc;
+  rc = snd_pcm_set_params(*pcm, format.float64 ? SND_PCM_FORMAT_FLOAT64_LE : SND_PCM_FORMAT_S16_LE,
+                          SND_PCM_ACCESS_RW_INTERLEAVED, format.channels, format.rate, 1, kLatencyMicroseconds);
+  if (rc < 0) {
+    snd_pcm_close(*pcm);
+    *pcm = nullptr;
+  }
+  return rc;
+}
+
+}  // namespace
+
+std::unique_ptr<AudioDevice> AudioDevice::Open(const std::string& name, const AudioFormat& format) {
+  snd_lib_error_set_handler(QuietAlsa);
+  snd_pcm_t* pcm = nullptr;
+  int rc = OpenAndSet(name, format, &pcm);
+  // A device that does not take this format (a bare hw: device and float samples)
+  // is opened again through the plug layer, which converts.
+  if (rc < 0 && rc != -ENOENT && name.rfind("plug:", 0) != 0 && name.rfind("default", 0) != 0) {
+    const int first = rc;
+    rc = OpenAndSet("plug:'" + name + "'", format, &pcm);
+    if (rc < 0) rc = first;
+  }
+  if (rc < 0) {
+    throw CliError("cannot open the audio device " + name + ": " + snd_strerror(rc), kExitUsage);
+  }
+  std::unique_ptr<AudioDevice> device(new AudioDevice());
+  device->pcm_ = pcm;
+  device->format_ = format;
+  snd_pcm_hw_params_t* params = nullptr;
+  snd_pcm_hw_params_alloca(&params);
+  if (snd_pcm_hw_params_current(pcm, params) == 0) {
+    device->canPause_ = snd_pcm_hw_params_can_pause(params) != 0;
+    unsigned bufferTime = 0;
+    int dir = 0;
+    if (snd_pcm_hw_params_get_buffer_time(params, &bufferTime, &dir) == 0 && bufferTime > 0) {
+      device->bufferTime_ = std::chrono::microseconds(bufferTime);
+    }
+  }
+  device->pacingStart_ = std::chrono::steady_clock::now();
+  return device;
+}
+
+AudioDevice::~AudioDevice() {
+  if (pcm_ != nullptr) snd_pcm_close(Pcm(pcm_));
+}
+
+void AudioDevice::Pace(size_t frames) {
+  // A device that takes samples faster than it plays them (one without a clock)
+  // is held to the wall clock: never more than its buffer's time ahead.
+  pacedFrames_ += frames;
+  const auto ahead = std::chrono::microseconds(pacedFrames_ * 1000000 / format_.rate) - bufferTime_;
+  const auto due = pacingStart_ + ahead;
+  const auto now = std::chrono::steady_clock::now();
+  if (due > now) std::this_thread::sleep_for(due - now);
+}
+
+bool AudioDevice::Write(const uint8_t* data, size_t frames, std::string* error) {
+  const uint32_t frameBytes = format_.BytesPerFrame();
+  size_t left = frames;
+  while (left > 0) {
+    const snd_pcm_sframes_t n = snd_pcm_writei(Pcm(pcm_), data, left);
+    if (n < 0) {
+      // An underrun (-EPIPE) or a suspended device (-ESTRPIPE) is recovered and the
+      // write goes on; anything else ends the playback.
+      const int rc = snd_pcm_recover(Pcm(pcm_), static_cast<int>(n), 1);
+      if (rc < 0) {
+        if (error != nullptr) *error = snd_strerror(rc);
+        return false;
+      }
+      continue;
+    }
+    data += static_cast<size_t>(n) * frameBytes;
+    left -= static_cast<size_t>(n);
+    framesWritten_ += static_cast<uint64_t>(n);
+    Pace(static_cast<size_t>(n));
+  }
+  return true;
+}
+
+void AudioDevice::SetPaused(bool paused) {
+  if (paused == paused_) return;
+  paused_ = paused;
+  if (canPause_) {
+    snd_pcm_pause(Pcm(pcm_), paused ? 1 : 0);
+  } else if (paused) {
+    snd_pcm_drop(Pcm(pcm_));
+    snd_pcm_prepare(Pcm(pcm_));
+  }
+  if (!paused) {
+    // The clock starts again from here.
+    pacedFrames_ = 0;
+    pacingStart_ = std::chrono::steady_clock::now();
+  }
+}
+
+void AudioDevice::Discard() {
+  snd_pcm_drop(Pcm(pcm_));
+  snd_pcm_prepare(Pcm(pcm_));
+  pacedFrames_ = 0;
+  pacingStart_ = std::chrono::steady_clock::now();
+}
+
+void AudioDevice::Drain() {
+  if (paused_) SetPaused(false);
+  snd_pcm_drain(Pcm(pcm_));
+}
+
+uint64_t AudioDevice::FramesPlayed() const {
+  snd_pcm_sframes_t delay = 0;
+  if (snd_pcm_delay(Pcm(pcm_), &delay) < 0 || delay < 0) delay = 0;
+  const uint64_t buffered = static_cast<uint64_t>(delay);
+  return framesWritten_ > buffered ? framesWritten_ - buffered : 0;
+}
+
+}  // namespace kxhost

@@ -1,0 +1,19 @@
+// kxhost play on Windows: the command exists so that both systems take the same
+// command lines, but this build has no sound output yet; it says so and ends with
+// status 2, as for a device that cannot be opened.
+#include <cstdio>
+
+#include "commands.h"
+
+namespace kxhost {
+
+void AddPlayCommand(CLI::App& app, const GlobalOptions&, CommandResult& result) {
+  CLI::App* sub = app.add_subcommand("play", "play files through the system's sound output (not in this build)");
+  sub->allow_extras();
+  sub->callback([&result] {
+    std::fprintf(stderr, "kxhost: play has no sound output on Windows in this build; use decode\n");
+    result.exitCode = kExitUsage;
+  });
+}
+
+}  // namespace kxhost
