@@ -199,6 +199,54 @@ TEST(KxhostPlay, AFileThatDoesNotOpenIsReportedAndSkipped) {
               Concat(Decode(kPlay + "gapless_a.mp3"), Decode(kPlay + "gapless_b.mp3")));
 }
 
+TEST(KxhostPlay, AFileThatFailsMidwayKeepsWhatPlayedAndTheNextGoesOn) {
+  Recorder r;
+  const std::string broken = std::string(KX_TEST_DATA_DIR) + "/regression/module/relative_seek_keeps_sample_phase.mp3";
+  const auto result = Play(r, {"--quiet", broken, kPlay + "gapless_a.mp3"});
+  EXPECT_EQ(result.exitCode, 1);
+  EXPECT_NE(result.err.find("decoding failed at 0:00"), std::string::npos) << result.err;
+  EXPECT_NE(result.err.find(", skipped\n"), std::string::npos) << result.err;
+  // What played of it, then the next file whole. (How far a damaged file gets
+  // before the failure depends on the request sizes; its start is what `decode`
+  // keeps of it.)
+  const auto kept = RunProcess(kHost, {"--plugin", kModule, "-q", "decode", broken, "-o", "-", "--format", "raw"});
+  EXPECT_EQ(kept.exitCode, 1);
+  ASSERT_FALSE(kept.out.empty());
+  const Bytes a = Decode(kPlay + "gapless_a.mp3");
+  const Bytes recorded = r.Read("rec-44100-2-16.raw");
+  ASSERT_GT(recorded.size(), a.size() + kept.out.size() - 1);
+  EXPECT_TRUE(std::equal(kept.out.begin(), kept.out.end(), recorded.begin(),
+                         [](char x, uint8_t y) { return static_cast<uint8_t>(x) == y; }));
+  EXPECT_TRUE(std::equal(a.begin(), a.end(), recorded.end() - static_cast<std::ptrdiff_t>(a.size())));
+}
+
+TEST(KxhostPlay, FoldersInNameOrderSubfoldersWithRAndShuffle) {
+  Recorder r;
+  const std::string music = r.dir / "music";
+  kxtest::MakeDir(music);
+  kxtest::MakeDir(music + "/sub");
+  kxtest::WriteFileBytes(music + "/1.mp3", kxtest::ReadFileBytes(kPlay + "gapless_a.mp3"));
+  kxtest::WriteFileBytes(music + "/README.txt", Bytes{'h', 'i', '\n'});
+  kxtest::WriteFileBytes(music + "/sub/2.mp3", kxtest::ReadFileBytes(kPlay + "gapless_b.mp3"));
+  const Bytes a = Decode(kPlay + "gapless_a.mp3");
+  const Bytes b = Decode(kPlay + "gapless_b.mp3");
+  // Without -r: the folder's own files only; the README is not played, and is no error.
+  auto result = Play(r, {"--quiet", music});
+  ASSERT_EQ(result.exitCode, 0) << result.err;
+  EXPECT_TRUE(r.Read("rec-44100-2-16.raw") == a);
+  // With -r: the subfolder too, in name order.
+  Recorder all;
+  result = Play(all, {"--quiet", "-r", music});
+  ASSERT_EQ(result.exitCode, 0) << result.err;
+  EXPECT_TRUE(all.Read("rec-44100-2-16.raw") == Concat(a, b));
+  // Shuffled: both files, in one order or the other.
+  Recorder shuffled;
+  result = Play(shuffled, {"--quiet", "--shuffle", "-r", music});
+  ASSERT_EQ(result.exitCode, 0) << result.err;
+  const Bytes played = shuffled.Read("rec-44100-2-16.raw");
+  EXPECT_TRUE(played == Concat(a, b) || played == Concat(b, a));
+}
+
 // kxhost play on a pseudo-terminal (standard input and error), with keys typed at
 // given times after the start.
 struct TerminalRun {
@@ -315,6 +363,37 @@ TEST(KxhostPlayKeys, RightArrowSeeksTenSecondsAhead) {
   ASSERT_GE(at, 0) << "the samples after the seek are the file's own";
   EXPECT_GT(at / 2, 10 * 11025) << "more than ten seconds in";
   EXPECT_TRUE(run.restored);
+}
+
+TEST(KxhostPlayKeys, UpArrowPastTheEndPreviousAndDownArrowToTheStart) {
+  Recorder r;
+  // Up: 60 s ahead, past the end of the 24-second file, so on to the next file; p
+  // there goes back to the first, down seeks 60 s back (to its start), and n goes on
+  // to the second, which then plays whole.
+  const TerminalRun run = PlayOnTerminal(r, {kPlay + "long_mono.mp3", kPlay + "gapless_a.mp3"},
+                                         {{600, "\x1b[A"}, {1100, "p"}, {1900, "\x1b[B"}, {2600, "n"}});
+  EXPECT_EQ(run.exitCode, 0) << run.drawn;
+  const Bytes whole = Decode(kPlay + "long_mono.mp3");
+  const Bytes a = Decode(kPlay + "gapless_a.mp3");
+  // The device was opened for each change of format: four recordings.
+  ASSERT_EQ(r.Files(), (std::vector<std::string>{"rec-11025-1-16.raw", "rec-11025-1-16.raw.0001",
+                                                 "rec-44100-2-16.raw", "rec-44100-2-16.raw.0001"}));
+  const Bytes first = r.Read("rec-11025-1-16.raw");
+  ASSERT_GT(first.size(), 0u);
+  ASSERT_LT(first.size(), whole.size() / 4) << "cut short by the seek past the end";
+  EXPECT_TRUE(std::equal(first.begin(), first.end(), whole.begin()));
+  const Bytes cut = r.Read("rec-44100-2-16.raw");
+  ASSERT_LT(cut.size(), a.size()) << "the second file, cut short by p";
+  EXPECT_TRUE(std::equal(cut.begin(), cut.end(), a.begin()));
+  // Back in the first file: its start, then (after down) its start again.
+  const Bytes again = r.Read("rec-11025-1-16.raw.0001");
+  size_t k = 0;
+  while (k + 1 < again.size() && again[k] == whole[k] && again[k + 1] == whole[k + 1]) k += 2;
+  ASSERT_GT(k, 0u);
+  ASSERT_LT(k, again.size()) << "the down arrow started the file over";
+  const Bytes rest(again.begin() + static_cast<std::ptrdiff_t>(k), again.end());
+  EXPECT_TRUE(std::equal(rest.begin(), rest.end(), whole.begin())) << "from its first sample";
+  EXPECT_TRUE(r.Read("rec-44100-2-16.raw.0001") == a);
 }
 
 TEST(KxhostPlayKeys, PauseHoldsThePlaybackAndNextGoesOn) {
