@@ -248,7 +248,8 @@ TEST(KxhostPlay, FoldersInNameOrderSubfoldersWithRAndShuffle) {
 }
 
 // kxhost play on a pseudo-terminal (standard input and error), with keys typed at
-// given times after the start.
+// given times after its status line first appears (the player is then reading keys,
+// however long the start took).
 struct TerminalRun {
   std::string drawn;            // what it wrote on the terminal
   int exitCode = -1;            // or 128 + signal
@@ -282,10 +283,17 @@ TerminalRun PlayOnTerminal(const Recorder& r, const std::vector<std::string>& fi
   size_t next = 0;
   int status = 0;
   bool exited = false;
+  std::chrono::steady_clock::time_point shown{};
+  bool statusShown = false;
   for (;;) {
-    const auto elapsed =
-        std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start).count();
-    if (next < strokes.size() && elapsed >= strokes[next].afterMs) {
+    const auto now = std::chrono::steady_clock::now();
+    const auto elapsed = std::chrono::duration_cast<std::chrono::milliseconds>(now - start).count();
+    if (!statusShown && run.drawn.find(" / ") != std::string::npos) {
+      statusShown = true;
+      shown = now;
+    }
+    const auto sinceShown = std::chrono::duration_cast<std::chrono::milliseconds>(now - shown).count();
+    if (statusShown && next < strokes.size() && sinceShown >= strokes[next].afterMs) {
       const std::string& k = strokes[next].keys;
       if (write(master, k.data(), k.size()) < 0) break;
       ++next;
