@@ -1,5 +1,5 @@
 // The POSIX calls of kxhost that mingw-w64 lacks or makes ANSI-only, on the system's
-// UTF-16 calls (declared in win32/include: sys/stat.h, sys/ioctl.h, dirent.h).
+// UTF-16 calls (declared in win32/include: sys/stat.h, dirent.h).
 #include "../../platform/win32/windows_api.h"
 
 #include <cerrno>
@@ -8,34 +8,14 @@
 #include <string>
 
 #include <dirent.h>
-#include <sys/ioctl.h>
 #include <sys/stat.h>
+#include "system_error.h"
 #include "utf16_path.h"
 
 #undef stat
 #undef lstat
 
 namespace {
-
-int ErrnoOf(DWORD error) {
-  switch (error) {
-    case ERROR_FILE_NOT_FOUND:
-    case ERROR_PATH_NOT_FOUND:
-    case ERROR_INVALID_NAME:
-    case ERROR_INVALID_DRIVE:
-      return ENOENT;
-    case ERROR_ACCESS_DENIED:
-    case ERROR_SHARING_VIOLATION:
-      return EACCES;
-    case ERROR_ALREADY_EXISTS:
-    case ERROR_FILE_EXISTS:
-      return EEXIST;
-    case ERROR_DIRECTORY:
-      return ENOTDIR;
-    default:
-      return EIO;
-  }
-}
 
 uint64_t Mix(uint64_t x) {  // splitmix64's finaliser
   x ^= x >> 30;
@@ -54,7 +34,7 @@ int kx_stat(const char* path, struct kx_stat* status) {
                               FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr, OPEN_EXISTING,
                               FILE_FLAG_BACKUP_SEMANTICS, nullptr);
   if (handle == INVALID_HANDLE_VALUE) {
-    errno = ErrnoOf(GetLastError());
+    errno = kxhost::ErrnoOf(GetLastError());
     return -1;
   }
   BY_HANDLE_FILE_INFORMATION info{};
@@ -82,18 +62,8 @@ int kx_lstat(const char* path, struct kx_stat* status) { return kx_stat(path, st
 
 int mkdir(const char* path, mode_t /*mode*/) {
   if (CreateDirectoryW(kxhost::Utf16Path(path).c_str(), nullptr)) return 0;
-  errno = ErrnoOf(GetLastError());
+  errno = kxhost::ErrnoOf(GetLastError());
   return -1;
-}
-
-int ioctl(int fd, unsigned long request, struct winsize* size) {
-  if (request != TIOCGWINSZ || size == nullptr || (fd != 1 && fd != 2)) return -1;
-  CONSOLE_SCREEN_BUFFER_INFO info{};
-  if (!GetConsoleScreenBufferInfo(GetStdHandle(fd == 1 ? STD_OUTPUT_HANDLE : STD_ERROR_HANDLE), &info)) return -1;
-  size->ws_col = static_cast<unsigned short>(info.srWindow.Right - info.srWindow.Left + 1);
-  size->ws_row = static_cast<unsigned short>(info.srWindow.Bottom - info.srWindow.Top + 1);
-  size->ws_xpixel = size->ws_ypixel = 0;
-  return 0;
 }
 
 struct KxDirectory {
@@ -107,7 +77,7 @@ DIR* opendir(const char* path) {
   std::wstring pattern = kxhost::Utf16Path(path);
   const DWORD attributes = GetFileAttributesW(pattern.c_str());
   if (attributes == INVALID_FILE_ATTRIBUTES) {
-    errno = ErrnoOf(GetLastError());
+    errno = kxhost::ErrnoOf(GetLastError());
     return nullptr;
   }
   if ((attributes & FILE_ATTRIBUTE_DIRECTORY) == 0) {
@@ -122,7 +92,7 @@ DIR* opendir(const char* path) {
     const DWORD error = GetLastError();
     if (error != ERROR_FILE_NOT_FOUND) {
       delete directory;
-      errno = ErrnoOf(error);
+      errno = kxhost::ErrnoOf(error);
       return nullptr;
     }
     directory->pending = false;  // an empty folder
