@@ -1,7 +1,7 @@
 // The Windows side of opening kxhost's inputs (see ../input_files.h). Names come as
 // UTF-8 from the UTF-16 arguments, so every regular file opens by its name; what a
-// name opens is told by GetFileType: a disk file, or a pipe or character device
-// (CON, NUL, \\.\pipe\NAME, a serial port) whose bytes are copied. The private folder
+// name is comes from its attributes (file_kind.h): a file, or a device or pipe (CON,
+// NUL, \\.\pipe\NAME, a serial port) whose bytes are copied. The private folder
 // is made in the user's temporary folder (GetTempPathW), which only the user reads.
 #include "../../platform/win32/windows_api.h"
 
@@ -14,6 +14,7 @@
 #include <random>
 
 #include "../cli_error.h"
+#include "file_kind.h"
 #include "system_error.h"
 #include "utf16_path.h"
 
@@ -46,29 +47,20 @@ InputNode ExamineInput(const std::string& path) {
     _setmode(0, _O_BINARY);  // the bytes as they are, no line-end translation
     return Stream(0);
   }
-  // Backup semantics: a folder opens too, to be told apart. Reading a pipe's name
-  // connects to it, as any reader of the pipe does.
-  HANDLE handle = CreateFileW(Utf16Path(path).c_str(), GENERIC_READ, kShareAll, nullptr, OPEN_EXISTING,
-                              FILE_FLAG_BACKUP_SEMANTICS, nullptr);
+  switch (FactsOf(path).kind) {
+    case FileKind::kMissing: throw FileError(path, "file not found", ZS_E_NOT_FOUND);
+    case FileKind::kDenied: throw FileError(path, "permission denied", ZS_E_ACCESS);
+    case FileKind::kFolder: throw FileError(path, "a directory, not a file", ZS_E_NOT_FOUND);
+    case FileKind::kFile: return InputNode{};
+    case FileKind::kDevice: break;
+  }
+  // Reading a pipe's name connects to it, as any reader of the pipe does.
+  HANDLE handle = CreateFileW(Utf16Path(path).c_str(), GENERIC_READ, kShareAll, nullptr, OPEN_EXISTING, 0, nullptr);
   if (handle == INVALID_HANDLE_VALUE) {
     const DWORD error = GetLastError();
-    switch (ErrnoOf(error)) {
-      case ENOENT: throw FileError(path, "file not found", ZS_E_NOT_FOUND);
-      case EACCES: throw FileError(path, "permission denied", ZS_E_ACCESS);
-      default: throw FileError(path, "cannot open: " + SystemMessage(error), ZS_E_FAIL);
-    }
+    throw FileError(path, "cannot open: " + SystemMessage(error), ErrnoOf(error) == EACCES ? ZS_E_ACCESS : ZS_E_FAIL);
   }
   const DWORD type = GetFileType(handle);
-  if (type == FILE_TYPE_DISK) {
-    BY_HANDLE_FILE_INFORMATION info{};
-    const bool known = GetFileInformationByHandle(handle, &info) != 0;
-    CloseHandle(handle);
-    if (!known) throw FileError(path, "read error", ZS_E_FAIL);
-    if ((info.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0) {
-      throw FileError(path, "a directory, not a file", ZS_E_NOT_FOUND);
-    }
-    return InputNode{};
-  }
   if (type == FILE_TYPE_PIPE || type == FILE_TYPE_CHAR) {
     const int fd = _open_osfhandle(reinterpret_cast<intptr_t>(handle), _O_RDONLY | _O_BINARY);
     if (fd >= 0) return Stream(fd);

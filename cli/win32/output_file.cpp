@@ -1,9 +1,8 @@
-// Outputs on Windows (see ../output_file.h). What a name opens is told by
-// GetFileType: a disk file is written under a temporary name beside it (CreateFileW)
-// and renamed over it with MoveFileExW; a character device (NUL, CON, a serial port)
-// or a pipe (\\.\pipe\NAME) is opened as it is and written in place. The reserved
-// device names and the \\.\ namespace are recognised without opening them, since
-// opening a pipe's name connects to it.
+// Outputs on Windows (see ../output_file.h). What a name is comes from its
+// attributes, without opening it (file_kind.h): a regular file (or a name not taken
+// yet) is written under a temporary name beside it (CreateFileW) and renamed over it
+// with MoveFileExW; a device (NUL, CON, a serial port) or a pipe (\\.\pipe\NAME) is
+// opened as it is and written in place.
 //
 // WAV files are written by kxhost itself, since libsndfile has no Windows build
 // among the build machine's packages: the same bytes as libsndfile writes on Linux
@@ -25,6 +24,7 @@
 #include <vector>
 
 #include "../cli_error.h"
+#include "file_kind.h"
 #include "system_error.h"
 #include "utf16_path.h"
 
@@ -171,47 +171,6 @@ class WavFileSink : public SampleSink {
   throw CliError("cannot write " + path + ": " + std::strerror(ErrnoOf(error)));
 }
 
-// The last element of `path` names a device in every folder: CON, PRN, AUX, NUL,
-// COM1 to COM9, LPT1 to LPT9 (with any extension), CONIN$ and CONOUT$.
-bool IsReservedDeviceName(const std::string& path) {
-  const size_t slash = path.find_last_of("/\\:");
-  std::string name = path.substr(slash == std::string::npos ? 0 : slash + 1);
-  name = name.substr(0, name.find('.'));
-  while (!name.empty() && name.back() == ' ') name.pop_back();
-  for (char& c : name) c = static_cast<char>(c >= 'a' && c <= 'z' ? c - 'a' + 'A' : c);
-  if (name == "CON" || name == "PRN" || name == "AUX" || name == "NUL" || name == "CONIN$" || name == "CONOUT$") {
-    return true;
-  }
-  return name.size() == 4 && (name.compare(0, 3, "COM") == 0 || name.compare(0, 3, "LPT") == 0) &&
-         name[3] >= '1' && name[3] <= '9';
-}
-
-// \\.\NAME: the device namespace (pipes, volumes, ports).
-bool IsDevicePath(const std::string& path) {
-  return path.size() > 4 && (path[0] == '\\' || path[0] == '/') && (path[1] == '\\' || path[1] == '/') &&
-         path[2] == '.' && (path[3] == '\\' || path[3] == '/');
-}
-
-// The attributes and type of what `path` opens, without connecting to anything.
-struct Node {
-  bool exists = false;
-  DWORD attributes = 0;
-  DWORD type = FILE_TYPE_UNKNOWN;
-};
-
-Node Examine(const std::string& path) {
-  Node node;
-  HANDLE handle = CreateFileW(Utf16Path(path).c_str(), FILE_READ_ATTRIBUTES, kShareAll, nullptr, OPEN_EXISTING,
-                              FILE_FLAG_BACKUP_SEMANTICS, nullptr);
-  if (handle == INVALID_HANDLE_VALUE) return node;
-  BY_HANDLE_FILE_INFORMATION info{};
-  node.type = GetFileType(handle);
-  node.exists = true;
-  if (GetFileInformationByHandle(handle, &info)) node.attributes = info.dwFileAttributes;
-  CloseHandle(handle);
-  return node;
-}
-
 // The file a symbolic link leads to (the link's own name when it is none).
 std::string LinkDestination(const std::string& path) {
   const DWORD attributes = GetFileAttributesW(Utf16Path(path).c_str());
@@ -253,18 +212,14 @@ bool IsSeekable(int fd) {
 
 OutputKind ClassifyOutput(const std::string& path) {
   if (path == "-") return OutputKind::kStandardOutput;
-  if (IsDevicePath(path) || IsReservedDeviceName(path)) return OutputKind::kInPlace;
-  const Node node = Examine(path);
-  if (!node.exists) return OutputKind::kFile;  // not there yet
-  if (node.type != FILE_TYPE_DISK) return OutputKind::kInPlace;
-  return (node.attributes & FILE_ATTRIBUTE_DIRECTORY) != 0 ? OutputKind::kDirectory : OutputKind::kFile;
+  switch (FactsOf(path).kind) {
+    case FileKind::kFolder: return OutputKind::kDirectory;
+    case FileKind::kDevice: return OutputKind::kInPlace;
+    default: return OutputKind::kFile;  // a file, or not there yet
+  }
 }
 
-bool IsExistingRegularFile(const std::string& path) {
-  if (path == "-" || IsDevicePath(path) || IsReservedDeviceName(path)) return false;
-  const Node node = Examine(path);
-  return node.exists && node.type == FILE_TYPE_DISK && (node.attributes & FILE_ATTRIBUTE_DIRECTORY) == 0;
-}
+bool IsExistingRegularFile(const std::string& path) { return path != "-" && FactsOf(path).kind == FileKind::kFile; }
 
 OutputTarget::OutputTarget(const std::string& path) : kind_(ClassifyOutput(path)), target_(path), display_(path) {
   if (kind_ == OutputKind::kDirectory) {
@@ -325,22 +280,8 @@ std::unique_ptr<SampleSink> MakeWavFileSink(int fd, const PCMWAVEFORMAT& format,
 }
 
 bool SameFile(const std::string& a, const std::string& b) {
-  auto identity = [](const std::string& path, BY_HANDLE_FILE_INFORMATION* info) {
-    HANDLE handle = CreateFileW(Utf16Path(path).c_str(), FILE_READ_ATTRIBUTES, kShareAll, nullptr, OPEN_EXISTING,
-                                FILE_FLAG_BACKUP_SEMANTICS, nullptr);
-    if (handle == INVALID_HANDLE_VALUE) return false;
-    const bool ok = GetFileInformationByHandle(handle, info) != 0;
-    CloseHandle(handle);
-    return ok;
-  };
-  // A device is no file, and a pipe's name is not opened: that would connect to it.
-  for (const std::string* path : {&a, &b}) {
-    if (IsDevicePath(*path) || IsReservedDeviceName(*path)) return false;
-  }
-  BY_HANDLE_FILE_INFORMATION ia{};
-  BY_HANDLE_FILE_INFORMATION ib{};
-  return identity(a, &ia) && identity(b, &ib) && ia.dwVolumeSerialNumber == ib.dwVolumeSerialNumber &&
-         ia.nFileIndexHigh == ib.nFileIndexHigh && ia.nFileIndexLow == ib.nFileIndexLow;
+  const unsigned long long identity = FileIdentity(a);
+  return identity != 0 && identity == FileIdentity(b);
 }
 
 }  // namespace kxhost

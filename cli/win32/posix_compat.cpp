@@ -9,52 +9,30 @@
 
 #include <dirent.h>
 #include <sys/stat.h>
+#include "file_kind.h"
 #include "system_error.h"
 #include "utf16_path.h"
 
 #undef stat
 #undef lstat
 
-namespace {
-
-uint64_t Mix(uint64_t x) {  // splitmix64's finaliser
-  x ^= x >> 30;
-  x *= 0xbf58476d1ce4e5b9ULL;
-  x ^= x >> 27;
-  x *= 0x94d049bb133111ebULL;
-  return x ^ (x >> 31);
-}
-
-}  // namespace
-
 int kx_stat(const char* path, struct kx_stat* status) {
-  const std::wstring wide = kxhost::Utf16Path(path);
-  // Backup semantics: a folder opens too, to read its identity.
-  HANDLE handle = CreateFileW(wide.c_str(), FILE_READ_ATTRIBUTES,
-                              FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr, OPEN_EXISTING,
-                              FILE_FLAG_BACKUP_SEMANTICS, nullptr);
-  if (handle == INVALID_HANDLE_VALUE) {
-    errno = kxhost::ErrnoOf(GetLastError());
-    return -1;
-  }
-  BY_HANDLE_FILE_INFORMATION info{};
-  const bool ok = GetFileInformationByHandle(handle, &info) != 0;
-  const DWORD type = GetFileType(handle);
-  CloseHandle(handle);
-  if (!ok) {
-    errno = EIO;
-    return -1;
+  const kxhost::FileFacts facts = kxhost::FactsOf(path);
+  switch (facts.kind) {
+    case kxhost::FileKind::kMissing: errno = ENOENT; return -1;
+    case kxhost::FileKind::kDenied: errno = EACCES; return -1;
+    default: break;
   }
   *status = {};
-  const bool folder = (info.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
-  const bool readOnly = (info.dwFileAttributes & FILE_ATTRIBUTE_READONLY) != 0;
-  status->st_mode = static_cast<unsigned short>(
-      (folder ? _S_IFDIR : (type == FILE_TYPE_DISK ? _S_IFREG : _S_IFCHR)) | _S_IREAD | (readOnly ? 0 : _S_IWRITE));
-  const uint64_t index = (static_cast<uint64_t>(info.nFileIndexHigh) << 32) | info.nFileIndexLow;
-  const uint64_t identity = Mix(index ^ Mix(info.dwVolumeSerialNumber));
+  const bool readOnly = (facts.attributes & FILE_ATTRIBUTE_READONLY) != 0;
+  unsigned short type = _S_IFCHR;
+  if (facts.kind == kxhost::FileKind::kFolder) type = _S_IFDIR;
+  if (facts.kind == kxhost::FileKind::kFile) type = _S_IFREG;
+  status->st_mode = static_cast<unsigned short>(type | _S_IREAD | (readOnly ? 0 : _S_IWRITE));
+  const uint64_t identity = kxhost::FileIdentity(path);
   status->st_dev = static_cast<dev_t>(identity & 0xFFFFFFFFu);
   status->st_ino = static_cast<ino_t>((identity >> 32) & 0xFFFFu);
-  status->st_size = static_cast<long long>((static_cast<uint64_t>(info.nFileSizeHigh) << 32) | info.nFileSizeLow);
+  status->st_size = static_cast<long long>(facts.size);
   return 0;
 }
 
