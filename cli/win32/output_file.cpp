@@ -173,8 +173,8 @@ class WavFileSink : public SampleSink {
 
 // The file a symbolic link leads to (the link's own name when it is none).
 std::string LinkDestination(const std::string& path) {
-  const DWORD attributes = GetFileAttributesW(Utf16Path(path).c_str());
-  if (attributes == INVALID_FILE_ATTRIBUTES || (attributes & FILE_ATTRIBUTE_REPARSE_POINT) == 0) return path;
+  const FileFacts facts = FactsOf(path);
+  if (facts.kind != FileKind::kFile || (facts.attributes & FILE_ATTRIBUTE_REPARSE_POINT) == 0) return path;
   HANDLE handle = CreateFileW(Utf16Path(path).c_str(), FILE_READ_ATTRIBUTES, kShareAll, nullptr, OPEN_EXISTING, 0,
                               nullptr);
   if (handle == INVALID_HANDLE_VALUE) return path;
