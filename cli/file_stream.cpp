@@ -1,9 +1,6 @@
 // Opening an input as a host stream (see file_stream.h).
 #include "file_stream.h"
 
-#include <dirent.h>
-#include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -15,6 +12,7 @@
 
 #include "cli_error.h"
 #include "host/kxcore.h"
+#include "input_files.h"
 #include "interrupt.h"
 #include "text.h"
 
@@ -36,22 +34,18 @@ class InputAliases {
   // `extension`.
   std::string NewName(const std::string& extension, const std::string& stem = std::string()) {
     if (folder_.empty()) {
-      const char* tmp = std::getenv("TMPDIR");
-      std::string pattern = std::string(tmp != nullptr && *tmp != '\0' ? tmp : "/tmp") + "/kxhost-XXXXXX";
-      std::vector<char> name(pattern.begin(), pattern.end());
-      name.push_back('\0');
-      if (mkdtemp(name.data()) == nullptr) return std::string();
-      folder_ = name.data();
+      folder_ = MakePrivateFolder();
+      if (folder_.empty()) return std::string();
       AtInterruptExit(&RemoveInputCopies);
     }
     ++count_;
-    return folder_ + "/" + (stem.empty() ? std::to_string(count_) : stem) + extension;
+    return folder_ + (stem.empty() ? std::to_string(count_) : stem) + extension;
   }
   void Add(const std::string& input, const std::string& alias) { aliases_[input] = alias; }
   void Remove() {
     if (folder_.empty()) return;
-    for (const auto& [input, alias] : aliases_) ::unlink(alias.c_str());
-    ::rmdir(folder_.c_str());
+    for (const auto& [input, alias] : aliases_) RemoveFile(alias);
+    RemoveFolder(folder_);
     folder_.clear();
     aliases_.clear();
   }
@@ -72,8 +66,6 @@ std::string SizeText(uint64_t bytes) {
   return std::to_string(bytes) + " bytes";
 }
 
-bool IsUtf8(const std::string& text) { return ToUtf8(ToUtf16(text)) == text; }
-
 // ".mp3" of "a/b.mp3" when it is plain text; `fallback` otherwise.
 std::string ExtensionOf(const std::string& path, const std::string& fallback) {
   const size_t slash = path.find_last_of('/');
@@ -81,7 +73,8 @@ std::string ExtensionOf(const std::string& path, const std::string& fallback) {
   if (dot == std::string::npos || (slash != std::string::npos && dot < slash + 2) || dot == 0) return fallback;
   const std::string ext = path.substr(dot);
   for (char c : ext) {
-    if (c == '/' || static_cast<unsigned char>(c) < 0x20 || static_cast<unsigned char>(c) >= 0x7F) return fallback;
+    const auto byte = static_cast<unsigned char>(c);
+    if (c == '/' || c == '\\' || byte < 0x20 || byte >= 0x7F) return fallback;
   }
   return ext;
 }
@@ -108,7 +101,7 @@ Class_ZStream* OpenCoreStream(const std::string& path, const std::string& shown)
 // Copies everything `fd` gives into `copy`; throws FileError (naming `shown`) past
 // the bound or on a read or write error.
 void CopyPipe(int fd, const std::string& copy, const std::string& shown) {
-  const int out = ::open(copy.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+  const int out = CreatePrivateFile(copy);
   if (out < 0) {
     throw FileError(shown, std::string("cannot make a temporary copy of the pipe: ") + std::strerror(errno),
                     ZS_E_FAIL);
@@ -142,12 +135,12 @@ void CopyPipe(int fd, const std::string& copy, const std::string& shown) {
     failure = std::string("cannot copy the pipe to a temporary file: ") + std::strerror(errno);
   }
   if (!failure.empty()) {
-    ::unlink(copy.c_str());
+    RemoveFile(copy);
     throw FileError(shown, failure, ZS_E_FAIL);
   }
 }
 
-// The copy of the pipe `fd` (closed here unless it is standard input), made once
+// The copy of the pipe `fd` (closed here unless it is standard input, "-"), made once
 // per name. Called with g_mutex held.
 std::string CopyOf(int fd, const std::string& path) {
   // Standard input is "stdin.mp3" for the module (the dialog shows that name).
@@ -157,23 +150,19 @@ std::string CopyOf(int fd, const std::string& path) {
     if (copy.empty()) throw FileError(path, std::string("cannot make a temporary folder: ") + std::strerror(errno), ZS_E_FAIL);
     CopyPipe(fd, copy, path);
   } catch (...) {
-    if (fd != STDIN_FILENO) ::close(fd);
+    if (path != "-") ::close(fd);
     throw;
   }
-  if (fd != STDIN_FILENO) ::close(fd);
+  if (path != "-") ::close(fd);
   g_aliases.Add(path, copy);
   return copy;
 }
 
-// A UTF-8 name for the regular file `path` whose own name is not UTF-8: a symbolic
-// link to it. Called with g_mutex held.
-std::string LinkTo(const std::string& path) {
-  char* resolved = realpath(path.c_str(), nullptr);
-  if (resolved == nullptr) throw FileError(path, std::string("cannot open: ") + std::strerror(errno), ZS_E_FAIL);
-  const std::string target = resolved;
-  std::free(resolved);
+// A UTF-8 name for the regular file `path` whose own name the core library cannot
+// take: a symbolic link to `target` (its absolute name). Called with g_mutex held.
+std::string LinkTo(const std::string& path, const std::string& target) {
   const std::string link = g_aliases.NewName(ExtensionOf(path, ""));
-  if (link.empty() || symlink(target.c_str(), link.c_str()) != 0) {
+  if (link.empty() || !MakeSymbolicLink(target, link)) {
     throw FileError(path, std::string("cannot open a file of this name: ") + std::strerror(errno), ZS_E_FAIL);
   }
   g_aliases.Add(path, link);
@@ -185,41 +174,13 @@ std::string OpenablePath(const std::string& path) {
   std::lock_guard<std::mutex> lock(g_mutex);
   // A pipe can be read once: a second open (probe, then info or decode) gets its copy.
   if (std::string alias = g_aliases.Find(path); !alias.empty()) return alias;
-  if (path == "-") return CopyOf(STDIN_FILENO, path);
-  // A FIFO is opened as any reader of a FIFO opens it: waiting for its writer.
-  struct stat named {};
-  if (stat(path.c_str(), &named) == 0 && S_ISFIFO(named.st_mode)) {
-    const int fifo = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (fifo < 0) throw FileError(path, std::string("cannot open: ") + std::strerror(errno), ZS_E_FAIL);
-    return CopyOf(fifo, path);
+  const InputNode node = ExamineInput(path);
+  switch (node.kind) {
+    case InputNode::Kind::kStream: return CopyOf(node.fd, path);
+    case InputNode::Kind::kUnnamedFile: return LinkTo(path, node.target);
+    case InputNode::Kind::kFile: break;
   }
-  // O_NONBLOCK: a device that would block its opener (a tape, a modem) must not hang here.
-  const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
-  if (fd < 0) {
-    const int error = errno;
-    if (error == ENOENT || error == ENOTDIR) throw FileError(path, "file not found", ZS_E_NOT_FOUND);
-    if (error == EACCES || error == EPERM) throw FileError(path, "permission denied", ZS_E_ACCESS);
-    throw FileError(path, std::string("cannot open: ") + std::strerror(error), ZS_E_FAIL);
-  }
-  struct stat st {};
-  if (fstat(fd, &st) != 0) {
-    ::close(fd);
-    throw FileError(path, "read error", ZS_E_FAIL);
-  }
-  if (S_ISDIR(st.st_mode)) {
-    ::close(fd);
-    throw FileError(path, "a directory, not a file", ZS_E_NOT_FOUND);
-  }
-  if (S_ISREG(st.st_mode)) {
-    ::close(fd);
-    return IsUtf8(path) ? path : LinkTo(path);
-  }
-  if (S_ISCHR(st.st_mode) || S_ISSOCK(st.st_mode)) {
-    fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) & ~O_NONBLOCK);
-    return CopyOf(fd, path);
-  }
-  ::close(fd);
-  throw FileError(path, "not a regular file", ZS_E_NOT_FOUND);
+  return path;
 }
 
 }  // namespace

@@ -92,6 +92,9 @@ int main(int argc, char** argv) {
   kxhost::InstallInterruptHandlers();
   CLI::App app{"kxhost: decodes and inspects MPEG audio Layer III files through the KXMP3Lib module", "kxhost"};
   app.require_subcommand(1);
+  // Options begin with "-" on every system: "/music/a.mp3" is a file on Windows too
+  // (CLI11 would read it as a Windows-style option there), so both take the same lines.
+  app.allow_windows_style_options(false);
   // Options of the application may also follow the command's name.
   app.fallthrough();
   app.set_version_flag("--version", std::string("kxhost ") + KX_VERSION, "print kxhost's version and exit");

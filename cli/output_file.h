@@ -5,9 +5,11 @@
 //   symbolic link to a file: the file it points to is the one replaced);
 // - anything else (a device such as /dev/null, a FIFO, a terminal, a socket, and
 //   standard output) is opened and written in place, never removed or replaced.
-// WAV goes through libsndfile where the output can seek; to a pipe, FIFO or
-// terminal a WAV stream header (lengths "unknown", 0xFFFFFFFF) is written instead.
-// Raw samples go straight to the descriptor.
+// WAV goes through libsndfile where the output can seek (on Windows through
+// kxhost's own writer of the same bytes); to a pipe, FIFO or terminal a WAV stream
+// header (lengths "unknown", 0xFFFFFFFF) is written instead. Raw samples go
+// straight to the descriptor. What a path names and how it is opened is each
+// system's own: output_file.cpp (POSIX) and win32/output_file.cpp.
 #pragma once
 
 #include <cstddef>
@@ -77,6 +79,11 @@ std::unique_ptr<SampleSink> MakeRawSink(int fd);
 // CliError naming `displayName` when libsndfile refuses.
 std::unique_ptr<SampleSink> MakeWavSink(int fd, bool seekable, const PCMWAVEFORMAT& format,
                                         const std::string& displayName);
+
+// A WAV file on the seekable `fd`, its header completed at Close: libsndfile on
+// Linux, kxhost's own writer of the same bytes on Windows (each system's
+// output_file.cpp). Throws CliError naming `displayName`.
+std::unique_ptr<SampleSink> MakeWavFileSink(int fd, const PCMWAVEFORMAT& format, const std::string& displayName);
 
 // Whether `a` and `b` name the same existing file (same device and inode).
 bool SameFile(const std::string& a, const std::string& b);

@@ -1,9 +1,6 @@
 // The progress display on standard error (see progress.h).
 #include "progress.h"
 
-#include <sys/ioctl.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <atomic>
 #include <cstdio>
@@ -15,12 +12,6 @@ namespace kxhost {
 namespace {
 
 std::atomic<bool> g_force{false};
-
-int TerminalWidth() {
-  winsize size{};
-  if (ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col >= 20) return size.ws_col;
-  return 80;
-}
 
 std::string Bar(double fraction, int width) {
   if (fraction < 0) fraction = 0;
@@ -45,8 +36,6 @@ std::string Position(uint64_t samples, uint32_t rate) {
 }
 
 }  // namespace
-
-bool StderrIsTerminal() { return isatty(STDERR_FILENO) == 1; }
 
 void Progress::Force(bool force) { g_force = force; }
 
@@ -164,7 +153,7 @@ void Progress::DrawLocked(bool force) {
   const auto now = std::chrono::steady_clock::now();
   if (!force && drawn_ && now - lastDraw_ < std::chrono::milliseconds(100)) return;
   lastDraw_ = now;
-  const int width = TerminalWidth();
+  const int width = StderrTerminalWidth();
   std::string line;
   if (!files_.empty() || finishedSeconds_ > 0) {
     line = DecodingLineLocked(width);

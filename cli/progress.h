@@ -75,7 +75,9 @@ class Progress {
   std::mutex mutex_;
 };
 
-// Whether standard error is a terminal (progress is drawn).
+// Whether standard error is a terminal (progress is drawn), and its width in
+// columns (80 when unknown, never under 20). Each system's stderr_terminal.cpp.
 bool StderrIsTerminal();
+int StderrTerminalWidth();
 
 }  // namespace kxhost

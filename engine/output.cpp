@@ -12,6 +12,7 @@
 #include "dsp_kernels.h"
 #include "engine_state.h"
 #include "engine_types.h"
+#include "tables.h"
 
 namespace kxmp3 {
 
@@ -90,7 +91,7 @@ void SetupDeemphasis(EngineState& state, uint32_t sampleRate) {
   j17.a = std::bit_cast<double>(kJ17A);
 
   DeemphasisCoefficients& ms = state.deemphasis[1];
-  const double t = std::tan(10000.0 / static_cast<double>(sampleRate));
+  const double t = DeemphasisTangent(sampleRate);
   ms.a = (1.0 - t) / (1.0 + t);
   const double g = kWeight7 * t / (1.0 + t);
   ms.b0 = g + kWeight3;

@@ -1,17 +1,15 @@
 // Decoder tables: the constant synthesis window and ring index table, and the tables
 // computed once at load (InitDecoderTables). Each computed table is built from its
-// defining formula in double precision; the tests recompute every one of them.
+// defining formula in double precision; the values of sin, cos, tan and pow it needs
+// come from table_constants.h, so that the tables hold the same bits on every system
+// whatever its C library. The tests recompute every table.
 #include "tables.h"
 
 #include <cmath>
 
+#include "table_constants.h"
+
 namespace kxmp3 {
-
-namespace {
-
-constexpr double kPi = 3.14159265358979323846;
-
-}  // namespace
 
 DecoderTables gTables;
 
@@ -94,8 +92,8 @@ void InitDecoderTables() {
     for (int i = 0; i < 36; ++i) t.imdctWindow[type][i] = 0.0;
   }
   for (int i = 0; i < 36; ++i) {
-    const double q = std::cos(kPi / 72.0 * (2 * i + 19));
-    const double normal = 0.5 * std::sin(kPi / 72.0 * (2 * i + 1)) / q;
+    const double q = kLongWindowCosine[i];                    // cos(pi/72 (2 i + 19))
+    const double normal = 0.5 * kLongWindowSine[i] / q;       // sin(pi/72 (2 i + 1)) / q
     // Type 0: the normal window throughout.
     t.imdctWindow[0][i] = normal;
     // Type 1 (start): rising normal half, flat top, short falling slope, zeros.
@@ -104,7 +102,7 @@ void InitDecoderTables() {
     } else if (i < 24) {
       t.imdctWindow[1][i] = 0.5 / q;
     } else if (i < 30) {
-      t.imdctWindow[1][i] = 0.5 * std::sin(kPi / 24.0 * (2 * (i - 24) + 13)) / q;
+      t.imdctWindow[1][i] = 0.5 * kShortSlopeSine[i - 18] / q;  // sin(pi/24 (2 (i - 24) + 13))
     } else {
       t.imdctWindow[1][i] = 0.0;
     }
@@ -112,7 +110,7 @@ void InitDecoderTables() {
     if (i < 6) {
       t.imdctWindow[3][i] = 0.0;
     } else if (i < 12) {
-      t.imdctWindow[3][i] = 0.5 * std::sin(kPi / 24.0 * (2 * (i - 6) + 1)) / q;
+      t.imdctWindow[3][i] = 0.5 * kShortSlopeSine[i - 6] / q;  // sin(pi/24 (2 (i - 6) + 1))
     } else if (i < 18) {
       t.imdctWindow[3][i] = 0.5 / q;
     } else {
@@ -134,20 +132,23 @@ void InitDecoderTables() {
   }
 
   // 4. Factor lists of the fast 32-point DCT: 1 / (2 cos((2 j + 1) pi / 2N)).
-  for (int j = 0; j < 16; ++j) t.dct32Factors[j] = 1.0 / (2.0 * std::cos((2 * j + 1) * kPi / 64.0));
-  for (int j = 0; j < 8; ++j) t.dct16Factors[j] = 1.0 / (2.0 * std::cos((2 * j + 1) * kPi / 32.0));
-  for (int j = 0; j < 4; ++j) t.dct8Factors[j] = 1.0 / (2.0 * std::cos((2 * j + 1) * kPi / 16.0));
-  for (int j = 0; j < 2; ++j) t.dct4Factors[j] = 1.0 / (2.0 * std::cos((2 * j + 1) * kPi / 8.0));
-  t.dct2Factor[0] = t.dct2Factor[1] = 1.0 / (2.0 * std::cos(kPi / 4.0));
+  for (int j = 0; j < 16; ++j) t.dct32Factors[j] = 1.0 / (2.0 * kDctCosine32[j]);
+  for (int j = 0; j < 8; ++j) t.dct16Factors[j] = 1.0 / (2.0 * kDctCosine16[j]);
+  for (int j = 0; j < 4; ++j) t.dct8Factors[j] = 1.0 / (2.0 * kDctCosine8[j]);
+  for (int j = 0; j < 2; ++j) t.dct4Factors[j] = 1.0 / (2.0 * kDctCosine4[j]);
+  t.dct2Factor[0] = t.dct2Factor[1] = 1.0 / (2.0 * kDctCosine2);
 
-  // 5. Gain table: entry k = 2^(-(k - 46) / 4); entry 46 is exactly 1.
+  // 5. Gain table: entry k = 2^(-(k - 46) / 4) = 2^(r / 4) x 2^e with 46 - k = 4 e + r,
+  // 0 <= r < 4 (the scaling by 2^e is exact); entry 46 is exactly 1.
   for (uint32_t k = 0; k < kGainEntries; ++k) {
-    t.gain[k] = std::pow(2.0, -(static_cast<double>(k) - 46.0) / 4.0);
+    const int steps = 46 - static_cast<int>(k);
+    const int r = ((steps % 4) + 4) % 4;
+    t.gain[k] = std::ldexp(kQuarterPowersOfTwo[r], (steps - r) / 4);
   }
 
   // 6. Power table: i^(4/3) and its negation side by side.
   for (uint32_t i = 0; i < kPowerEntries; ++i) {
-    const double v = std::pow(static_cast<double>(i), 4.0 / 3.0);
+    const double v = kPowerFourThirds[i];
     t.power[2 * i] = v;
     t.power[2 * i + 1] = -v;
   }
@@ -155,7 +156,7 @@ void InitDecoderTables() {
   // 7. Intensity-stereo ratios.
   const double sqrt2 = std::sqrt(2.0);
   for (int i = 0; i < 16; ++i) {
-    const double tn = std::tan(i * kPi / 12.0);
+    const double tn = kIntensityTangent[i];  // tan(i pi / 12)
     const double left = tn / (1.0 + tn);
     const double right = 1.0 / (1.0 + tn);
     t.isRatioMpeg1[0][0][i] = left;
@@ -163,22 +164,24 @@ void InitDecoderTables() {
     t.isRatioMpeg1[1][0][i] = left * sqrt2;
     t.isRatioMpeg1[1][1][i] = right * sqrt2;
   }
+  // kIntensityLsfPowers[s][n] = io^n with io = 2^(-(s + 1) / 4); n = 0 gives 1.
   for (int s = 0; s < 2; ++s) {
-    const double io = std::pow(2.0, -(s + 1) / 4.0);
     for (int i = 0; i < 16; ++i) {
-      double left = 1.0;
-      double right = 1.0;
-      if (i % 2 == 1) {
-        left = std::pow(io, (i + 1) / 2);
-      } else if (i > 0) {
-        right = std::pow(io, i / 2);
-      }
+      const double left = i % 2 == 1 ? kIntensityLsfPowers[s][(i + 1) / 2] : 1.0;
+      const double right = i % 2 == 0 ? kIntensityLsfPowers[s][i / 2] : 1.0;
       t.isRatioLsf[s][0][i] = left;
       t.isRatioLsf[s][1][i] = right;
       t.isRatioLsf[s + 2][0][i] = left * sqrt2;
       t.isRatioLsf[s + 2][1][i] = right * sqrt2;
     }
   }
+}
+
+double DeemphasisTangent(uint32_t sampleRate) {
+  for (int i = 0; i < 9; ++i) {
+    if (kDeemphasisRates[i] == sampleRate) return kDeemphasisTangent[i];
+  }
+  return std::tan(10000.0 / static_cast<double>(sampleRate));  // not a rate of the format
 }
 
 }  // namespace kxmp3

@@ -3,7 +3,8 @@
 //
 // Two kinds live here: constant data stored ready in the module (the integer
 // synthesis window and the synthesis ring index table) and tables computed at load
-// in double precision with sin, cos, tan, pow and sqrt (everything in DecoderTables).
+// in double precision (everything in DecoderTables) from the values of sin, cos, tan
+// and pow stored in table_constants.h, and sqrt.
 // Every double table that a SIMD kernel reads is 16-byte aligned and laid out so that
 // two consecutive entries load as one pair.
 #pragma once
@@ -75,5 +76,9 @@ extern DecoderTables gTables;
 // Builds every computed table. Called once from the module's load handling (and by
 // test harnesses); calling it again rebuilds the same values.
 void InitDecoderTables();
+
+// tan(10000 / sampleRate), the 50/15 us de-emphasis filter's prewarped frequency:
+// the same bits on every system for the format's nine rates (computed for others).
+double DeemphasisTangent(uint32_t sampleRate);
 
 }  // namespace kxmp3

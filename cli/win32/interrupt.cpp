@@ -1,7 +1,7 @@
 // Ctrl-C and Ctrl-Break on Windows (see ../interrupt.h): the console's control handler
 // raises the same flag as the POSIX signal handler; a second one ends the process at
-// once. An interrupted run ends with the status the system gives a process that
-// Ctrl-C ended.
+// once. An interrupted run removes its temporary files (the registered cleanup) and
+// ends with the status the system gives a process that Ctrl-C ended.
 #include "../../platform/win32/windows_api.h"
 
 #include "../interrupt.h"
@@ -14,6 +14,7 @@ namespace {
 
 constexpr DWORD kNone = 0xFFFFFFFFu;  // no event yet (0 is CTRL_C_EVENT)
 std::atomic<DWORD> g_event{kNone};
+std::atomic<void (*)()> g_cleanup{nullptr};
 
 BOOL WINAPI OnControl(DWORD event) {
   if (event != CTRL_C_EVENT && event != CTRL_BREAK_EVENT && event != CTRL_CLOSE_EVENT) return FALSE;
@@ -30,8 +31,11 @@ void InstallInterruptHandlers() {
 
 bool Interrupted() { return g_event.load(std::memory_order_relaxed) != kNone; }
 
+void AtInterruptExit(void (*cleanup)()) { g_cleanup = cleanup; }
+
 void ExitIfInterrupted() {
   if (!Interrupted()) return;
+  if (auto cleanup = g_cleanup.load()) cleanup();
   ExitProcess(STATUS_CONTROL_C_EXIT);
 }
 

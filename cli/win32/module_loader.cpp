@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "host/kx_result_codes.h"
+#include "system_error.h"
 #include "utf16_path.h"
 
 #ifndef KX_INSTALL_PLUGIN_DIR
@@ -42,19 +43,6 @@ std::string FullPath(const std::string& path) {
   std::vector<wchar_t> buffer(n);
   const DWORD written = GetFullPathNameW(wide.c_str(), n, buffer.data(), nullptr);
   return written > 0 && written < n ? Utf8Path(std::wstring(buffer.data(), written)) : path;
-}
-
-std::string SystemMessage(DWORD error) {
-  wchar_t* text = nullptr;
-  const DWORD n = FormatMessageW(FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM |
-                                     FORMAT_MESSAGE_IGNORE_INSERTS,
-                                 nullptr, error, 0, reinterpret_cast<wchar_t*>(&text), 0, nullptr);
-  std::string message = n > 0 ? Utf8Path(std::wstring(text, n)) : "error " + std::to_string(error);
-  LocalFree(text);
-  while (!message.empty() && (message.back() == '\n' || message.back() == '\r' || message.back() == ' ')) {
-    message.pop_back();
-  }
-  return message;
 }
 
 }  // namespace

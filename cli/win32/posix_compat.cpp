@@ -1,5 +1,5 @@
 // The POSIX calls of kxhost that mingw-w64 lacks or makes ANSI-only, on the system's
-// UTF-16 calls (declared in win32/include: sys/stat.h, sys/ioctl.h, dirent.h).
+// UTF-16 calls (declared in win32/include: sys/stat.h, dirent.h).
 #include "../../platform/win32/windows_api.h"
 
 #include <cerrno>
@@ -8,73 +8,31 @@
 #include <string>
 
 #include <dirent.h>
-#include <sys/ioctl.h>
 #include <sys/stat.h>
+#include "file_kind.h"
+#include "system_error.h"
 #include "utf16_path.h"
 
 #undef stat
 #undef lstat
 
-namespace {
-
-int ErrnoOf(DWORD error) {
-  switch (error) {
-    case ERROR_FILE_NOT_FOUND:
-    case ERROR_PATH_NOT_FOUND:
-    case ERROR_INVALID_NAME:
-    case ERROR_INVALID_DRIVE:
-      return ENOENT;
-    case ERROR_ACCESS_DENIED:
-    case ERROR_SHARING_VIOLATION:
-      return EACCES;
-    case ERROR_ALREADY_EXISTS:
-    case ERROR_FILE_EXISTS:
-      return EEXIST;
-    case ERROR_DIRECTORY:
-      return ENOTDIR;
-    default:
-      return EIO;
-  }
-}
-
-uint64_t Mix(uint64_t x) {  // splitmix64's finaliser
-  x ^= x >> 30;
-  x *= 0xbf58476d1ce4e5b9ULL;
-  x ^= x >> 27;
-  x *= 0x94d049bb133111ebULL;
-  return x ^ (x >> 31);
-}
-
-}  // namespace
-
 int kx_stat(const char* path, struct kx_stat* status) {
-  const std::wstring wide = kxhost::Utf16Path(path);
-  // Backup semantics: a folder opens too, to read its identity.
-  HANDLE handle = CreateFileW(wide.c_str(), FILE_READ_ATTRIBUTES,
-                              FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr, OPEN_EXISTING,
-                              FILE_FLAG_BACKUP_SEMANTICS, nullptr);
-  if (handle == INVALID_HANDLE_VALUE) {
-    errno = ErrnoOf(GetLastError());
-    return -1;
-  }
-  BY_HANDLE_FILE_INFORMATION info{};
-  const bool ok = GetFileInformationByHandle(handle, &info) != 0;
-  const DWORD type = GetFileType(handle);
-  CloseHandle(handle);
-  if (!ok) {
-    errno = EIO;
-    return -1;
+  const kxhost::FileFacts facts = kxhost::FactsOf(path);
+  switch (facts.kind) {
+    case kxhost::FileKind::kMissing: errno = ENOENT; return -1;
+    case kxhost::FileKind::kDenied: errno = EACCES; return -1;
+    default: break;
   }
   *status = {};
-  const bool folder = (info.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
-  const bool readOnly = (info.dwFileAttributes & FILE_ATTRIBUTE_READONLY) != 0;
-  status->st_mode = static_cast<unsigned short>(
-      (folder ? _S_IFDIR : (type == FILE_TYPE_DISK ? _S_IFREG : _S_IFCHR)) | _S_IREAD | (readOnly ? 0 : _S_IWRITE));
-  const uint64_t index = (static_cast<uint64_t>(info.nFileIndexHigh) << 32) | info.nFileIndexLow;
-  const uint64_t identity = Mix(index ^ Mix(info.dwVolumeSerialNumber));
+  const bool readOnly = (facts.attributes & FILE_ATTRIBUTE_READONLY) != 0;
+  unsigned short type = _S_IFCHR;
+  if (facts.kind == kxhost::FileKind::kFolder) type = _S_IFDIR;
+  if (facts.kind == kxhost::FileKind::kFile) type = _S_IFREG;
+  status->st_mode = static_cast<unsigned short>(type | _S_IREAD | (readOnly ? 0 : _S_IWRITE));
+  const uint64_t identity = kxhost::FileIdentity(path);
   status->st_dev = static_cast<dev_t>(identity & 0xFFFFFFFFu);
   status->st_ino = static_cast<ino_t>((identity >> 32) & 0xFFFFu);
-  status->st_size = static_cast<long long>((static_cast<uint64_t>(info.nFileSizeHigh) << 32) | info.nFileSizeLow);
+  status->st_size = static_cast<long long>(facts.size);
   return 0;
 }
 
@@ -82,18 +40,8 @@ int kx_lstat(const char* path, struct kx_stat* status) { return kx_stat(path, st
 
 int mkdir(const char* path, mode_t /*mode*/) {
   if (CreateDirectoryW(kxhost::Utf16Path(path).c_str(), nullptr)) return 0;
-  errno = ErrnoOf(GetLastError());
+  errno = kxhost::ErrnoOf(GetLastError());
   return -1;
-}
-
-int ioctl(int fd, unsigned long request, struct winsize* size) {
-  if (request != TIOCGWINSZ || size == nullptr || (fd != 1 && fd != 2)) return -1;
-  CONSOLE_SCREEN_BUFFER_INFO info{};
-  if (!GetConsoleScreenBufferInfo(GetStdHandle(fd == 1 ? STD_OUTPUT_HANDLE : STD_ERROR_HANDLE), &info)) return -1;
-  size->ws_col = static_cast<unsigned short>(info.srWindow.Right - info.srWindow.Left + 1);
-  size->ws_row = static_cast<unsigned short>(info.srWindow.Bottom - info.srWindow.Top + 1);
-  size->ws_xpixel = size->ws_ypixel = 0;
-  return 0;
 }
 
 struct KxDirectory {
@@ -107,7 +55,7 @@ DIR* opendir(const char* path) {
   std::wstring pattern = kxhost::Utf16Path(path);
   const DWORD attributes = GetFileAttributesW(pattern.c_str());
   if (attributes == INVALID_FILE_ATTRIBUTES) {
-    errno = ErrnoOf(GetLastError());
+    errno = kxhost::ErrnoOf(GetLastError());
     return nullptr;
   }
   if ((attributes & FILE_ATTRIBUTE_DIRECTORY) == 0) {
@@ -122,7 +70,7 @@ DIR* opendir(const char* path) {
     const DWORD error = GetLastError();
     if (error != ERROR_FILE_NOT_FOUND) {
       delete directory;
-      errno = ErrnoOf(error);
+      errno = kxhost::ErrnoOf(error);
       return nullptr;
     }
     directory->pending = false;  // an empty folder
