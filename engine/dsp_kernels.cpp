@@ -45,7 +45,7 @@ const DspKernels kAvx512 = {
 #endif
 }
 
-bool ProcessorRunsAvx2() {
+[[maybe_unused]] bool ProcessorRunsAvx2() {
 #if defined(KX_HAVE_AVX2_KERNELS)
   // Checks the processor's AVX2 bit and that the system saves the 256-bit registers.
   __builtin_cpu_init();
