@@ -2,7 +2,8 @@
 // information), appends its main data to the 4,096-byte reservoir ring, finds where
 // the frame's main data starts in the ring (main_data_begin bytes before the end of
 // what the earlier frames appended), and runs per granule and channel: scale
-// factors, Huffman decoding, requantisation and short-block reordering; then stereo;
+// factors, Huffman decoding with requantisation (one pass) and short-block
+// reordering; then stereo;
 // then per channel alias reduction, IMDCT with overlap-add and synthesis; then
 // muting and output. SkipFrame feeds the reservoir the same way but outputs silence.
 //
@@ -25,11 +26,10 @@
 #include "frame_index.h"
 #include "header_word.h"
 #include "frame_header.h"
-#include "huffman.h"
+#include "granule_spectrum.h"
 #include "imdct.h"
 #include "output.h"
 #include "reorder_alias.h"
-#include "requantise.h"
 #include "scale_factors.h"
 #include "side_info.h"
 #include "stereo.h"
@@ -48,7 +48,6 @@ constexpr uint32_t kMaxBytesPerSample = 8;
 struct alignas(16) GranuleScratch {
   double spectrum[2][kLinesPerGranule];
   alignas(16) uint8_t planar[2 * kLinesPerGranule * kMaxBytesPerSample];
-  uint32_t coded[kLinesPerGranule];
   ScaleFactors scalefactors[2];
 };
 
@@ -196,9 +195,9 @@ bool DecodeGranule(EngineState& state, FrameStart& f, uint32_t gr, GranuleScratc
     } else {
       ReadScaleFactorsMpeg1(state.reservoir, state.reservoirBitPos, s.scalefactors[ch], *gi[ch]);
     }
-    const int32_t n = DecodeSpectrum(s.coded, state.reservoir, state.reservoirBitPos, *gi[ch], part2Start, h.rate_code);
+    const int32_t n = DecodeGranuleSpectrum(s.spectrum[ch], state.reservoir, state.reservoirBitPos, *gi[ch],
+                                            s.scalefactors[ch], part2Start, h.rate_code);
     if (n < 0) return false;
-    Requantise(s.coded, s.spectrum[ch], s.scalefactors[ch], *gi[ch], h.rate_code, n);
     ReorderShortBlock(s.spectrum[ch], *gi[ch], h.rate_code);
   }
   if (f.channels == 2 && (f.midSide || f.intensity)) {
