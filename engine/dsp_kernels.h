@@ -24,8 +24,9 @@ struct DspKernels {
   // Matrixing of several time slots of a granule-channel in one call, or null in a
   // table that does them one at a time through dct32. From slot `first` of `hybrid`
   // (subband sb, slot t at 18 sb + t; odd slots of odd subbands negated, as the
-  // synthesis gathers them), writes each slot's 64 values (dct32's v) as consecutive
-  // rows of 64 at `rows` (32-byte aligned, room for kMaxDctSlotsPerCall rows) and
+  // synthesis gathers them), writes each slot's 64 values (dct32's v) as a row of 64,
+  // newest below as on the ring: slot first + j at rows - 64 j (32-byte aligned; room
+  // for kMaxDctSlotsPerCall rows from rows - 64 (kMaxDctSlotsPerCall - 1) on), and
   // returns how many slots it did (at least 1, at most 18 - first).
   uint32_t (*dct32Slots)(const double* hybrid, uint32_t first, double* rows);
   // Synthesis windowing: out[n] = sum over k = 0..15 of W[32 k + n] ring[indexRow[k] + n]
@@ -35,6 +36,12 @@ struct DspKernels {
   // out aligned for the float variant.
   void (*windowInt16)(int16_t* out, const double* ring, const uint32_t* indexRow);
   void (*windowFloat)(double* out, const double* ring, const uint32_t* indexRow);
+  // The windows of two channels at once (ring0 and ring1, the same index row), written
+  // interleaved: frame n holds channel 0's output n, then channel 1's, as int16_t or
+  // double exactly as the one-channel variants give them. `out` may be at any byte
+  // address; ring0 and ring1 aligned.
+  void (*windowStereoInt16)(void* out, const double* ring0, const double* ring1, const uint32_t* indexRow);
+  void (*windowStereoFloat)(void* out, const double* ring0, const double* ring1, const uint32_t* indexRow);
 
   // 36-point IMDCT of 18 lines (overwritten: the transform works in place on them),
   // windowed with one of the stored long windows, into out[36]. All aligned.
@@ -104,6 +111,8 @@ extern const ImdctConstants gImdctConstants;
 void Dct32Scalar(const double* samples, double* v);
 void WindowInt16Scalar(int16_t* out, const double* ring, const uint32_t* indexRow);
 void WindowFloatScalar(double* out, const double* ring, const uint32_t* indexRow);
+void WindowStereoInt16Scalar(void* out, const double* ring0, const double* ring1, const uint32_t* indexRow);
+void WindowStereoFloatScalar(void* out, const double* ring0, const double* ring1, const uint32_t* indexRow);
 void Imdct36Scalar(double* lines, double* out, const double* window);
 void Imdct12Scalar(const double* lines, double* out);
 void AliasReduceScalar(double* upper, double* lower, uint32_t boundaries);
@@ -114,6 +123,8 @@ void InterleaveFloatScalar(double* dst, const double* planar);
 void Dct32Sse2(const double* samples, double* v);
 void WindowInt16Sse2(int16_t* out, const double* ring, const uint32_t* indexRow);
 void WindowFloatSse2(double* out, const double* ring, const uint32_t* indexRow);
+void WindowStereoInt16Sse2(void* out, const double* ring0, const double* ring1, const uint32_t* indexRow);
+void WindowStereoFloatSse2(void* out, const double* ring0, const double* ring1, const uint32_t* indexRow);
 void Imdct36Sse2(double* lines, double* out, const double* window);
 void Imdct12Sse2(const double* lines, double* out);
 void AliasReduceSse2(double* upper, double* lower, uint32_t boundaries);
@@ -127,11 +138,16 @@ uint32_t Dct32SlotsAvx2(const double* hybrid, uint32_t first, double* rows);
 void HybridLongPairAvx2(double* subbands, double* overlap, const double* window);
 void WindowInt16Avx2(int16_t* out, const double* ring, const uint32_t* indexRow);
 void WindowFloatAvx2(double* out, const double* ring, const uint32_t* indexRow);
+void WindowStereoInt16Avx2(void* out, const double* ring0, const double* ring1, const uint32_t* indexRow);
+void WindowStereoFloatAvx2(void* out, const double* ring0, const double* ring1, const uint32_t* indexRow);
 
 // AVX-512 versions (the *_avx512.cpp files, compiled for AVX-512F without FMA; run
 // only where Avx512Kernels() is not null), bit-identical to their SSE2 counterparts.
+uint32_t Dct32SlotsAvx512(const double* hybrid, uint32_t first, double* rows);
 void WindowInt16Avx512(int16_t* out, const double* ring, const uint32_t* indexRow);
 void WindowFloatAvx512(double* out, const double* ring, const uint32_t* indexRow);
+void WindowStereoInt16Avx512(void* out, const double* ring0, const double* ring1, const uint32_t* indexRow);
+void WindowStereoFloatAvx512(void* out, const double* ring0, const double* ring1, const uint32_t* indexRow);
 
 // The 16-bit conversion of one window sum, as the processor's conversion does it:
 // round to nearest with ties to even, a value outside the 32-bit range (or NaN)

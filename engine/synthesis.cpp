@@ -1,7 +1,9 @@
-// Polyphase synthesis of one granule-channel: per time slot the 32 subband samples are
-// matrixed into 64 new values of the channel's 1,024-value ring, and the window turns
-// 16 taps of the ring into 32 PCM samples. Holds the scalar references of the fast
-// 32-point DCT and of the two window kernels.
+// Polyphase synthesis of one granule-channel, or of both channels of a granule at once
+// (written interleaved): per time slot the 32 subband samples are matrixed into 64 new
+// values of the channel's 1,024-value ring, and the window turns 16 taps of the ring
+// into 32 PCM samples. A granule works on an aligned linear copy of the ring rows it
+// reads (see LinearRows below). Holds the scalar references of the fast 32-point DCT
+// and of the window kernels.
 //
 // The matrixing v[i] = sum_k cos((16 + i)(2 k + 1) pi / 64) s[k] is a 32-point DCT-II
 // X[m] = sum_k cos(m (2 k + 1) pi / 64) s[k] read out with its symmetries:
@@ -102,6 +104,24 @@ void WindowFloatScalar(double* out, const double* ring, const uint32_t* indexRow
   for (int n = 0; n < 32; ++n) out[n] = WindowSum(gTables.synthWindowFloat, ring, indexRow, n);
 }
 
+void WindowStereoInt16Scalar(void* out, const double* ring0, const double* ring1, const uint32_t* indexRow) {
+  uint8_t* dst = static_cast<uint8_t*>(out);
+  for (int n = 0; n < 32; ++n) {
+    const int16_t frame[2] = {ConvertSampleToInt16(WindowSum(gTables.synthWindowInt16, ring0, indexRow, n)),
+                              ConvertSampleToInt16(WindowSum(gTables.synthWindowInt16, ring1, indexRow, n))};
+    std::memcpy(dst + 4 * n, frame, sizeof(frame));
+  }
+}
+
+void WindowStereoFloatScalar(void* out, const double* ring0, const double* ring1, const uint32_t* indexRow) {
+  uint8_t* dst = static_cast<uint8_t*>(out);
+  for (int n = 0; n < 32; ++n) {
+    const double frame[2] = {WindowSum(gTables.synthWindowFloat, ring0, indexRow, n),
+                             WindowSum(gTables.synthWindowFloat, ring1, indexRow, n)};
+    std::memcpy(dst + 16 * n, frame, sizeof(frame));
+  }
+}
+
 void SynthesizeSlot(const double* samples, double* ring, uint32_t* position, uint32_t bytesPerSample, void* out) {
   const DspKernels& k = Dsp();
   const uint32_t pos = (*position - 64) & (kSynthesisRingSize - 1);
@@ -115,43 +135,125 @@ void SynthesizeSlot(const double* samples, double* ring, uint32_t* position, uin
   }
 }
 
-void SynthesizeGranule(const double* hybrid, double* ring, uint32_t* position, uint32_t bytesPerSample, void* out) {
-  const uint32_t sampleBytes = bytesPerSample == 2 ? 2 : 8;
-  uint8_t* dst = static_cast<uint8_t*>(out);
+namespace {
+
+// A granule's synthesis runs on a linear copy of its part of the ring: its own 18
+// rows and the rows of the 15 slots before it, newest first (row 17 - s holds slot s,
+// s = -15..17), which is the ring's own order. Slot t's window then reads, for tap k,
+// row 17 - t + k at offset 32 (k odd) or 0: what the ring index table names on the
+// ring. The copy is 64-byte aligned, whatever the ring's own alignment, so that the
+// window kernels' loads never straddle cache lines; each slot's values are written
+// once, straight from the matrixing, and no window waits for a row written just
+// before it. The earlier rows come from the ring, and afterwards the 16 newest rows go
+// back to it, as at most two contiguous blocks each way.
+constexpr uint32_t kEarlierRows = 15;
+constexpr uint32_t kLinearRows = kLinesPerSubband + kEarlierRows;
+constexpr uint32_t kNewestRow = kLinesPerSubband - 1;  // the row of slot 0 is 17
+
+struct alignas(64) LinearRows {
+  double row[kLinearRows][64];
+};
+
+struct LinearIndexTable {
+  uint32_t row[kLinesPerSubband][16];
+};
+
+constexpr LinearIndexTable MakeLinearIndex() {
+  LinearIndexTable t{};
+  for (uint32_t slot = 0; slot < kLinesPerSubband; ++slot) {
+    for (uint32_t k = 0; k < 16; ++k) t.row[slot][k] = 64 * (kNewestRow - slot + k) + 32 * (k & 1);
+  }
+  return t;
+}
+
+// Index rows of the windows on the linear copy, by slot.
+constexpr LinearIndexTable kLinearIndex = MakeLinearIndex();
+
+// `count` doubles of the ring from `position` on (wrapping at its end) to `to`, or
+// from `from` into the ring.
+void CopyFromRing(const double* ring, uint32_t position, double* to, uint32_t count) {
+  const uint32_t first = position + count <= kSynthesisRingSize ? count : kSynthesisRingSize - position;
+  std::memcpy(to, ring + position, first * sizeof(double));
+  std::memcpy(to + first, ring, (count - first) * sizeof(double));
+}
+void CopyToRing(const double* from, double* ring, uint32_t position, uint32_t count) {
+  const uint32_t first = position + count <= kSynthesisRingSize ? count : kSynthesisRingSize - position;
+  std::memcpy(ring + position, from, first * sizeof(double));
+  std::memcpy(ring, from + first, (count - first) * sizeof(double));
+}
+
+// The ring's rows of the 15 slots before the granule: the newest at `position`, the
+// older ones above it.
+void LoadEarlierRows(const double* ring, uint32_t position, LinearRows& lin) {
+  CopyFromRing(ring, position, lin.row[kLinesPerSubband], 64 * kEarlierRows);
+}
+
+// The granule's rows back into the ring at the positions its slots take (slots 0 and
+// 1 would be overwritten by slots 16 and 17), and the ring position moved on by 18
+// slots.
+void StoreRows(const LinearRows& lin, double* ring, uint32_t* position) {
+  const uint32_t newest = (*position - 64 * kLinesPerSubband) & (kSynthesisRingSize - 1);
+  CopyToRing(lin.row[0], ring, newest, kSynthesisRingSize);
+  *position = newest;
+}
+
+// The matrixing of the granule's 18 slots into their rows of the linear copy.
+void MatrixGranule(const double* hybrid, LinearRows& lin) {
   const DspKernels& k = Dsp();
   if (k.dct32Slots != nullptr) {
-    // Several slots matrixed at once; each slot's values enter the ring just before
-    // its window, since the window of a slot still reads the ring row that the next
-    // slot's values replace.
-    alignas(32) double rows[kMaxDctSlotsPerCall * 64];
-    for (uint32_t t = 0; t < kLinesPerSubband;) {
-      const uint32_t n = k.dct32Slots(hybrid, t, rows);
-      for (uint32_t j = 0; j < n; ++j, ++t) {
-        const uint32_t pos = (*position - 64) & (kSynthesisRingSize - 1);
-        *position = pos;
-        std::memcpy(ring + pos, rows + 64 * j, 64 * sizeof(double));
-        const uint32_t* row = kSynthesisRingIndex[pos / 64];
-        if (bytesPerSample == 2) {
-          k.windowInt16(reinterpret_cast<int16_t*>(dst + t * kSubbands * 2), ring, row);
-        } else {
-          k.windowFloat(reinterpret_cast<double*>(dst + t * kSubbands * 8), ring, row);
-        }
-      }
-    }
+    for (uint32_t t = 0; t < kLinesPerSubband;) t += k.dct32Slots(hybrid, t, lin.row[kNewestRow - t]);
     return;
   }
   alignas(16) double slot[kSubbands];
   for (uint32_t t = 0; t < kLinesPerSubband; t += 2) {
     for (uint32_t sb = 0; sb < kSubbands; ++sb) slot[sb] = hybrid[kLinesPerSubband * sb + t];
-    SynthesizeSlot(slot, ring, position, bytesPerSample, dst + t * kSubbands * sampleBytes);
+    k.dct32(slot, lin.row[kNewestRow - t]);
     // Odd time slots of odd subbands are negated: the frequency inversion of the
     // hybrid filterbank, done here in the gather.
     for (uint32_t sb = 0; sb < kSubbands; sb += 2) {
       slot[sb] = hybrid[kLinesPerSubband * sb + t + 1];
       slot[sb + 1] = -hybrid[kLinesPerSubband * (sb + 1) + t + 1];
     }
-    SynthesizeSlot(slot, ring, position, bytesPerSample, dst + (t + 1) * kSubbands * sampleBytes);
+    k.dct32(slot, lin.row[kNewestRow - t - 1]);
   }
+}
+
+}  // namespace
+
+void SynthesizeGranule(const double* hybrid, double* ring, uint32_t* position, uint32_t bytesPerSample, void* out) {
+  const DspKernels& k = Dsp();
+  LinearRows lin;
+  LoadEarlierRows(ring, *position, lin);
+  MatrixGranule(hybrid, lin);
+  uint8_t* dst = static_cast<uint8_t*>(out);
+  for (uint32_t t = 0; t < kLinesPerSubband; ++t) {
+    if (bytesPerSample == 2) {
+      k.windowInt16(reinterpret_cast<int16_t*>(dst + t * kSubbands * 2), lin.row[0], kLinearIndex.row[t]);
+    } else {
+      k.windowFloat(reinterpret_cast<double*>(dst + t * kSubbands * 8), lin.row[0], kLinearIndex.row[t]);
+    }
+  }
+  StoreRows(lin, ring, position);
+}
+
+void SynthesizeStereoGranule(const double* hybrid0, const double* hybrid1, double* ring0, double* ring1,
+                             uint32_t* position0, uint32_t* position1, uint32_t bytesPerSample, void* out) {
+  const DspKernels& k = Dsp();
+  LinearRows lin[2];
+  LoadEarlierRows(ring0, *position0, lin[0]);
+  LoadEarlierRows(ring1, *position1, lin[1]);
+  MatrixGranule(hybrid0, lin[0]);
+  MatrixGranule(hybrid1, lin[1]);
+  uint8_t* dst = static_cast<uint8_t*>(out);
+  for (uint32_t t = 0; t < kLinesPerSubband; ++t) {
+    if (bytesPerSample == 2) {
+      k.windowStereoInt16(dst + t * kSubbands * 4, lin[0].row[0], lin[1].row[0], kLinearIndex.row[t]);
+    } else {
+      k.windowStereoFloat(dst + t * kSubbands * 16, lin[0].row[0], lin[1].row[0], kLinearIndex.row[t]);
+    }
+  }
+  StoreRows(lin[0], ring0, position0);
+  StoreRows(lin[1], ring1, position1);
 }
 
 }  // namespace kxmp3

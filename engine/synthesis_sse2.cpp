@@ -1,5 +1,6 @@
-// SSE2 versions of the synthesis kernels: the fast 32-point DCT on pairs and the two
-// window kernels, two outputs per pair and eight per pass. Same operations in the same
+// SSE2 versions of the synthesis kernels: the fast 32-point DCT on pairs and the
+// window kernels (one channel, or two channels written interleaved), two outputs per
+// pair and eight per pass. Same operations in the same
 // order as the scalar references in synthesis.cpp, so the results are bit-identical;
 // the 16-bit conversion is the processor's (round to nearest even, out-of-range to the
 // most negative 32-bit value) followed by a saturating pack.
@@ -119,6 +120,61 @@ void WindowFloatSse2(double* out, const double* ring, const uint32_t* indexRow) 
     __m128d acc[4];
     WindowSums8(gTables.synthWindowFloat, ring, indexRow, n, acc);
     for (int j = 0; j < 4; ++j) _mm_store_pd(out + n + 2 * j, acc[j]);
+  }
+}
+
+namespace {
+
+// Window sums of outputs n..n+7 of two channels as four pairs each, tap by tap from
+// k = 0, each window pair loaded once for both channels.
+inline void StereoWindowSums8(const double* window, const double* ring0, const double* ring1, const uint32_t* row,
+                              int n, __m128d acc0[4], __m128d acc1[4]) {
+  for (int j = 0; j < 4; ++j) {
+    const __m128d w = _mm_load_pd(window + n + 2 * j);
+    acc0[j] = _mm_mul_pd(w, _mm_load_pd(ring0 + row[0] + n + 2 * j));
+    acc1[j] = _mm_mul_pd(w, _mm_load_pd(ring1 + row[0] + n + 2 * j));
+  }
+  for (int k = 1; k < 16; ++k) {
+    const double* w = window + 32 * k + n;
+    const double* r0 = ring0 + row[k] + n;
+    const double* r1 = ring1 + row[k] + n;
+    for (int j = 0; j < 4; ++j) {
+      const __m128d wj = _mm_load_pd(w + 2 * j);
+      acc0[j] = _mm_add_pd(acc0[j], _mm_mul_pd(wj, _mm_load_pd(r0 + 2 * j)));
+      acc1[j] = _mm_add_pd(acc1[j], _mm_mul_pd(wj, _mm_load_pd(r1 + 2 * j)));
+    }
+  }
+}
+
+}  // namespace
+
+void WindowStereoInt16Sse2(void* out, const double* ring0, const double* ring1, const uint32_t* indexRow) {
+  auto* dst = static_cast<uint8_t*>(out);
+  for (int n = 0; n < 32; n += 8) {
+    __m128d acc0[4], acc1[4];
+    StereoWindowSums8(gTables.synthWindowInt16, ring0, ring1, indexRow, n, acc0, acc1);
+    for (int j = 0; j < 4; j += 2) {
+      // Outputs n + 2j .. n + 2j + 3 of each channel as 32-bit integers, then
+      // interleaved and packed: four frames.
+      const __m128i l = _mm_unpacklo_epi64(_mm_cvtpd_epi32(acc0[j]), _mm_cvtpd_epi32(acc0[j + 1]));
+      const __m128i r = _mm_unpacklo_epi64(_mm_cvtpd_epi32(acc1[j]), _mm_cvtpd_epi32(acc1[j + 1]));
+      const __m128i frames = _mm_packs_epi32(_mm_unpacklo_epi32(l, r), _mm_unpackhi_epi32(l, r));
+      _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + 4 * (n + 2 * j)), frames);
+    }
+  }
+}
+
+void WindowStereoFloatSse2(void* out, const double* ring0, const double* ring1, const uint32_t* indexRow) {
+  auto* dst = static_cast<uint8_t*>(out);
+  for (int n = 0; n < 32; n += 8) {
+    __m128d acc0[4], acc1[4];
+    StereoWindowSums8(gTables.synthWindowFloat, ring0, ring1, indexRow, n, acc0, acc1);
+    for (int j = 0; j < 4; ++j) {
+      // Stored as integer vectors: the destination may not be aligned for doubles.
+      uint8_t* frames = dst + 16 * (n + 2 * j);
+      _mm_storeu_si128(reinterpret_cast<__m128i*>(frames), _mm_castpd_si128(_mm_unpacklo_pd(acc0[j], acc1[j])));
+      _mm_storeu_si128(reinterpret_cast<__m128i*>(frames + 16), _mm_castpd_si128(_mm_unpackhi_pd(acc0[j], acc1[j])));
+    }
   }
 }
 

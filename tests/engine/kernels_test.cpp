@@ -110,6 +110,44 @@ TEST_F(KernelsTest, WindowInt16UnalignedOutput) {
   for (int n = 1; n < 33; ++n) EXPECT_EQ(a[n], b[n]) << n;
 }
 
+// The two-channel windows give each channel's one-channel window output, frame by
+// frame, at any byte address (scalar and SSE2 alike; SSE2 also equals scalar).
+TEST_F(KernelsTest, WindowStereoInterleavesTheOneChannelWindows) {
+  kxtest::Random rnd(31);
+  for (const DspKernels* k : {&scalar_, sse2_}) {
+    for (int trial = 0; trial < 300; ++trial) {
+      Doubles<1024> ring0, ring1;
+      const double scale = trial % 3 == 0 ? 1e6 : trial % 3 == 1 ? 2.0 : 0.3;
+      rnd.Fill(ring0.data(), 1024, scale, true);
+      rnd.Fill(ring1.data(), 1024, scale, true);
+      const uint32_t* row = kSynthesisRingIndex[trial % 16];
+      const size_t off = trial % 7;  // bytes off alignment
+      Doubles<32> f0, f1;
+      scalar_.windowFloat(f0.data(), ring0.data(), row);
+      scalar_.windowFloat(f1.data(), ring1.data(), row);
+      alignas(16) uint8_t fbytes[64 * 8 + 16];
+      k->windowStereoFloat(fbytes + off, ring0.data(), ring1.data(), row);
+      for (int n = 0; n < 32; ++n) {
+        double l, r;
+        std::memcpy(&l, fbytes + off + 16 * n, 8);
+        std::memcpy(&r, fbytes + off + 16 * n + 8, 8);
+        ASSERT_TRUE(kxtest::SameBits(l, f0[n]) && kxtest::SameBits(r, f1[n])) << k->name << " trial " << trial;
+      }
+      alignas(16) int16_t i0[32], i1[32];
+      scalar_.windowInt16(i0, ring0.data(), row);
+      scalar_.windowInt16(i1, ring1.data(), row);
+      alignas(16) uint8_t ibytes[64 * 2 + 16];
+      k->windowStereoInt16(ibytes + off, ring0.data(), ring1.data(), row);
+      for (int n = 0; n < 32; ++n) {
+        int16_t frame[2];
+        std::memcpy(frame, ibytes + off + 4 * n, 4);
+        ASSERT_EQ(frame[0], i0[n]) << k->name << " trial " << trial << " n " << n;
+        ASSERT_EQ(frame[1], i1[n]) << k->name << " trial " << trial << " n " << n;
+      }
+    }
+  }
+}
+
 TEST_F(KernelsTest, Imdct36) {
   kxtest::Random rnd(4);
   for (int trial = 0; trial < 2000; ++trial) {

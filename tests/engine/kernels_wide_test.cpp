@@ -95,6 +95,29 @@ TEST_F(WideKernelsTest, WindowFloatAndInt16) {
   }
 }
 
+TEST_F(WideKernelsTest, WindowStereoFloatAndInt16) {
+  kxtest::Random rnd(23);
+  for (const DspKernels* k : wide_) {
+    for (int trial = 0; trial < 800; ++trial) {
+      Doubles<1024> ring0, ring1;
+      const double scale = trial % 4 == 0 ? 1e6 : trial % 4 == 1 ? 2.0 : trial % 4 == 2 ? 0.3 : 1e11;
+      rnd.Fill(ring0.data(), 1024, scale, true);
+      rnd.Fill(ring1.data(), 1024, scale, true);
+      const uint32_t* row = kSynthesisRingIndex[trial % 16];
+      // The destination at every byte offset from alignment.
+      const size_t off = trial % 9;
+      alignas(64) uint8_t fa[64 * 8 + 16], fb[64 * 8 + 16];
+      sse2_->windowStereoFloat(fa + off, ring0.data(), ring1.data(), row);
+      k->windowStereoFloat(fb + off, ring0.data(), ring1.data(), row);
+      ASSERT_EQ(0, std::memcmp(fa + off, fb + off, 64 * 8)) << k->name << " stereo float trial " << trial;
+      alignas(64) uint8_t ia[64 * 2 + 16], ib[64 * 2 + 16];
+      sse2_->windowStereoInt16(ia + off, ring0.data(), ring1.data(), row);
+      k->windowStereoInt16(ib + off, ring0.data(), ring1.data(), row);
+      ASSERT_EQ(0, std::memcmp(ia + off, ib + off, 64 * 2)) << k->name << " stereo 16-bit trial " << trial;
+    }
+  }
+}
+
 TEST_F(WideKernelsTest, WindowFloatSpecialValues) {
   // Infinities and NaN pass through the sums as in the SSE2 kernel (the 16-bit
   // conversion turns them into -32768).
@@ -129,8 +152,10 @@ TEST_F(WideKernelsTest, Dct32SlotsEqualsDct32OfEachSlot) {
       rnd.Fill(hybrid.data(), 1152, trial % 3 == 0 ? 1e6 : 1.0, true);
       uint32_t t = 0;
       while (t < 18) {
+        // Rows descend from the first slot's: slot t + j at first - 64 j.
         alignas(32) double rows[kMaxDctSlotsPerCall * 64];
-        const uint32_t n = k->dct32Slots(hybrid.data(), t, rows);
+        const double* first = rows + 64 * (kMaxDctSlotsPerCall - 1);
+        const uint32_t n = k->dct32Slots(hybrid.data(), t, rows + 64 * (kMaxDctSlotsPerCall - 1));
         ASSERT_GE(n, 1u);
         ASSERT_LE(t + n, 18u);
         for (uint32_t j = 0; j < n; ++j) {
@@ -139,9 +164,9 @@ TEST_F(WideKernelsTest, Dct32SlotsEqualsDct32OfEachSlot) {
           Doubles<64> expect;
           sse2_->dct32(slot.data(), expect.data());
           for (int i = 0; i < 64; ++i) {
-            ASSERT_TRUE(kxtest::SameBits(expect[i], rows[64 * j + i]))
+            ASSERT_TRUE(kxtest::SameBits(expect[i], first[i - 64 * int(j)]))
                 << k->name << " trial " << trial << " slot " << t + j << " value " << i << ": " << expect[i]
-                << " vs " << rows[64 * j + i];
+                << " vs " << first[i - 64 * int(j)];
           }
         }
         t += n;

@@ -76,7 +76,8 @@ std::vector<uint8_t> Read(Class_KXMP3* decoder, int32_t bytes) {
   return out;
 }
 
-// Counts the synthesis window calls: one per time slot synthesised.
+// Counts the synthesis windows: one per time slot and channel synthesised (a call of
+// a two-channel window counts two).
 int gWindowCalls = 0;
 const DspKernels* gInner = nullptr;
 void CountingWindowInt16(int16_t* out, const double* ring, const uint32_t* row) {
@@ -87,6 +88,14 @@ void CountingWindowFloat(double* out, const double* ring, const uint32_t* row) {
   ++gWindowCalls;
   gInner->windowFloat(out, ring, row);
 }
+void CountingWindowStereoInt16(void* out, const double* ring0, const double* ring1, const uint32_t* row) {
+  gWindowCalls += 2;
+  gInner->windowStereoInt16(out, ring0, ring1, row);
+}
+void CountingWindowStereoFloat(void* out, const double* ring0, const double* ring1, const uint32_t* row) {
+  gWindowCalls += 2;
+  gInner->windowStereoFloat(out, ring0, ring1, row);
+}
 
 class LightPreRollTest : public ::testing::Test {
  protected:
@@ -96,6 +105,8 @@ class LightPreRollTest : public ::testing::Test {
     counting_ = Dsp();
     counting_.windowInt16 = CountingWindowInt16;
     counting_.windowFloat = CountingWindowFloat;
+    counting_.windowStereoInt16 = CountingWindowStereoInt16;
+    counting_.windowStereoFloat = CountingWindowStereoFloat;
     previous_ = &ReplaceDspKernelsForTesting(counting_);
   }
   void TearDown() override {
