@@ -69,23 +69,24 @@ extern const HuffmanLookup* const kQuadLookup;
 // in one access: entry v holds what decoding the `bits` bits of v (most significant
 // first) yields when the code word and the sign bits that follow it all lie within
 // them. Built from the code lists when the module is loaded.
-//   Pair entry:  bits 0-4 the bits used (code word and signs), bits 5-9 and 10-14 the
-//                coded values of x and y (2 x magnitude + sign).
-//                kSignedSlow | kSignedEscape when x or y is 15 in a table with linbits
-//                and the code word fits the index: bits 0-4 the code word's length,
-//                bits 5-8 x, bits 9-12 y; the linbits extensions and signs follow it.
-//                kSignedSlow alone when the code word and its signs need more than
-//                `bits` bits: such a pair is decoded through HuffmanLookup from the
-//                same position.
+//   Pair entry of a table without linbits: bits 0-4 the bits used (code word and
+//                signs), bits 5-9 and 10-14 the coded values of x and y (2 x magnitude
+//                + sign).
+//   Pair entry of a table with linbits: bits 0-4 the code word's length, bits 5-8 x
+//                and bits 9-12 y (magnitudes); the extension of a 15 and the sign of
+//                each non-zero value follow the code word.
+//   Either kind is kSignedSlow instead when the code word (with its signs, without
+//                linbits) needs more than `bits` bits: such a pair is decoded through
+//                HuffmanLookup from the same position.
 //   Quad entry:  bits 0-3 the bits used, then the coded values of v, w, x and y in
 //                bits 4-5, 6-7, 8-9 and 10-11 (0, 2 or 3: magnitude 1 with its sign).
 // Tables without code words have bits 0 and no entries of use.
 struct HuffmanSignedLookup {
   const uint16_t* entries;  // 2^bits entries
-  uint32_t bits;            // index width: longest code word + 2 (pairs) or + 4 (quads), at most 11
+  uint32_t bits;            // index width: the longest code word, + 2 signs without linbits
+                            // (pairs) or + 4 (quads), at most 11
 };
 constexpr uint16_t kSignedSlow = 0x8000;
-constexpr uint16_t kSignedEscape = 0x4000;
 
 // By table_select and count1table_select, in step with kPairLookup and kQuadLookup.
 extern const HuffmanSignedLookup* const kPairSignedLookup;

@@ -108,21 +108,20 @@ HuffmanSignedLookup BuildSignedPair(SignedSet& set, uint32_t table) {
   }
   set.listOf[table] = l.codes;
   const bool linbits = kPairTables[table].linbits != 0;
-  const uint32_t longest = LongestCode(l);
-  const uint32_t bits = longest + 2 < kMaxSignedBits ? longest + 2 : kMaxSignedBits;
+  const uint32_t longest = LongestCode(l) + (linbits ? 0 : 2);
+  const uint32_t bits = longest < kMaxSignedBits ? longest : kMaxSignedBits;
   uint16_t* entries = set.storage + set.used;
   set.used += size_t{1} << bits;
   for (uint32_t v = 0; v < (1u << bits); ++v) entries[v] = kSignedSlow;
   for (uint32_t i = 0; i < l.count; ++i) {
     const uint32_t x = i / l.width;
     const uint32_t y = i % l.width;
-    if (linbits && (x == 15 || y == 15)) {
-      // A 15 of a table with linbits has its extension bits before its sign: the
-      // entry gives the code word's length and the magnitudes, the decoder reads on.
+    if (linbits) {
+      // A table with linbits: the code word's length and the magnitudes; the
+      // extensions of a 15 and the signs follow the code word.
       const uint32_t length = l.lengths[i];
       if (length <= bits) {
-        Claim(entries, bits, l.codes[i], length,
-              static_cast<uint16_t>(kSignedSlow | kSignedEscape | length | (x << 5) | (y << 9)));
+        Claim(entries, bits, l.codes[i], length, static_cast<uint16_t>(length | (x << 5) | (y << 9)));
       }
       continue;
     }
