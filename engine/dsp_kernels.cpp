@@ -34,7 +34,7 @@ const DspKernels kAvx2 = {
 const DspKernels kAvx512 = {
     "avx512",        Dct32Sse2,   Dct32SlotsAvx512, WindowInt16Avx512, WindowFloatAvx512,
     WindowStereoInt16Avx512, WindowStereoFloatAvx512, Imdct36Sse2, Imdct12Sse2, HybridLongPairAvx2,
-    AliasReduceSse2, MidSideSse2, InterleaveFloatSse2,
+    AliasReduceAvx512, MidSideAvx512, InterleaveFloatSse2,
 };
 #endif
 

@@ -148,6 +148,8 @@ void WindowInt16Avx512(int16_t* out, const double* ring, const uint32_t* indexRo
 void WindowFloatAvx512(double* out, const double* ring, const uint32_t* indexRow);
 void WindowStereoInt16Avx512(void* out, const double* ring0, const double* ring1, const uint32_t* indexRow);
 void WindowStereoFloatAvx512(void* out, const double* ring0, const double* ring1, const uint32_t* indexRow);
+void AliasReduceAvx512(double* upper, double* lower, uint32_t boundaries);
+void MidSideAvx512(double* left, double* right, uint32_t subbands);
 
 // The 16-bit conversion of one window sum, as the processor's conversion does it:
 // round to nearest with ties to even, a value outside the 32-bit range (or NaN)

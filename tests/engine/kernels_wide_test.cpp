@@ -175,6 +175,28 @@ TEST_F(WideKernelsTest, Dct32SlotsEqualsDct32OfEachSlot) {
   }
 }
 
+TEST_F(WideKernelsTest, AliasReduceAndMidSide) {
+  kxtest::Random rnd(26);
+  for (const DspKernels* k : wide_) {
+    for (int trial = 0; trial < 400; ++trial) {
+      Doubles<576> a;
+      rnd.Fill(a.data(), 576, trial % 2 ? 1.0 : 1e7, true);
+      Doubles<576> b = a;
+      const uint32_t boundaries = 1 + rnd.Below(31);
+      sse2_->aliasReduce(a.data(), a.data() + 18, boundaries);
+      k->aliasReduce(b.data(), b.data() + 18, boundaries);
+      ExpectSameBits(a, b, std::string(k->name) + " alias trial " + std::to_string(trial));
+      Doubles<1152> lr;
+      rnd.Fill(lr.data(), 1152, 1.0, true);
+      Doubles<1152> lr2 = lr;
+      const uint32_t subbands = 1 + rnd.Below(32);
+      sse2_->midSide(lr.data(), lr.data() + 576, subbands);
+      k->midSide(lr2.data(), lr2.data() + 576, subbands);
+      ExpectSameBits(lr, lr2, std::string(k->name) + " mid/side trial " + std::to_string(trial));
+    }
+  }
+}
+
 TEST_F(WideKernelsTest, HybridLongPairEqualsImdct36AndOverlapAddOfEachSubband) {
   kxtest::Random rnd(24);
   for (const DspKernels* k : wide_) {
