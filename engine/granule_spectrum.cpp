@@ -195,25 +195,34 @@ inline void SlowPair(const HuffmanLookup& table, Reader& r, uint32_t& x, uint32_
   r.Start(c.pos);
 }
 
-// Pairs of lines [line, end) through a table without linbits.
+// Pairs of lines [line, end) through a table without linbits. A top-up leaves at
+// least 56 bits and a pair of the signed table takes at most 11, so four pairs are
+// decoded per top-up (a longer code word starts the reader anew).
 void PairsPlain(const HuffmanSignedLookup& fast, const HuffmanLookup& table, Reader& r, double* spectrum,
                 uint32_t line, uint32_t end, const uint8_t* chunkOfPair, const double* factor) {
   const double* power = gTables.power;
+  const uint16_t* entries = fast.entries;
   const uint32_t shift = 64 - fast.bits;
-  for (; line < end; line += 2) {
-    const uint32_t e = fast.entries[r.bits >> shift];
-    uint32_t x;
-    uint32_t y;
-    if ((e & kSignedSlow) == 0) {
-      r.Take(r.ToppedUp(), e & 31);
-      x = (e >> 5) & 31;
-      y = e >> 10;
-    } else {
-      SlowPair(table, r, x, y);
+  while (line < end) {
+    r.TopUp();
+    const uint32_t stop = end - line > 8 ? line + 8 : end;
+    for (; line < stop; line += 2) {
+      const uint32_t e = entries[r.bits >> shift];
+      uint32_t x;
+      uint32_t y;
+      if ((e & kSignedSlow) == 0) {
+        const uint32_t n = e & 31;
+        r.bits <<= n;
+        r.count -= n;
+        x = (e >> 5) & 31;
+        y = e >> 10;
+      } else {
+        SlowPair(table, r, x, y);
+      }
+      const double f = factor[chunkOfPair[line / 2]];
+      spectrum[line] = f * power[x];
+      spectrum[line + 1] = f * power[y];
     }
-    const double f = factor[chunkOfPair[line / 2]];
-    spectrum[line] = f * power[x];
-    spectrum[line + 1] = f * power[y];
   }
 }
 
@@ -298,35 +307,47 @@ int32_t DecodeGranuleSpectrum(double* spectrum, const uint8_t* reservoir, uint32
 
   // The count1 part: quadruples up to the granule's end, each value requantised as
   // it is decoded. A quadruple that crosses the end is not counted (nor written), and
-  // at line 574 only two values of one more quadruple fit, as in DecodeSpectrum.
+  // at line 574 only two values of one more quadruple fit, as in DecodeSpectrum. A
+  // quadruple takes at most 10 bits, so four are decoded per top-up.
   const double* power = gTables.power;
   const uint32_t end = part2Start + gi.part2_3_length;
   const HuffmanSignedLookup& quad = kQuadSignedLookup[gi.count1table_select & 1];
+  const uint16_t* quadEntries = quad.entries;
   const uint32_t quadShift = 64 - quad.bits;
-  auto decodeQuad = [&r, &quad, quadShift]() {
-    const uint32_t e = quad.entries[r.bits >> quadShift];
-    r.Take(r.ToppedUp(), e & 15);
-    return e >> 4;  // the four coded values, two bits each, v lowest
-  };
-  while (static_cast<int32_t>(r.Position() - end) < 0 && line < 573) {
-    const uint32_t values = decodeQuad();
-    const uint32_t pos = r.Position();
-    if (static_cast<int32_t>(pos - end) > 0) break;
-    const double f0 = factor[chunkOfPair[line / 2]];
-    const double f1 = factor[chunkOfPair[line / 2 + 1]];
-    spectrum[line] = f0 * power[values & 3];
-    spectrum[line + 1] = f0 * power[(values >> 2) & 3];
-    spectrum[line + 2] = f1 * power[(values >> 4) & 3];
-    spectrum[line + 3] = f1 * power[values >> 6];
-    line += 4;
-    if (pos == end) break;
-  }
-  if (static_cast<int32_t>(r.Position() - end) < 0 && line <= 574) {
-    const uint32_t values = decodeQuad();
-    if (static_cast<int32_t>(r.Position() - end) <= 0) {
+  int32_t left = static_cast<int32_t>(end - r.Position());  // bits before the end
+  bool more = left > 0 && line < 573;
+  while (more) {
+    r.TopUp();
+    for (uint32_t q = 0; q < 4; ++q) {
+      const uint32_t e = quadEntries[r.bits >> quadShift];
+      const uint32_t n = e & 15;
+      r.bits <<= n;
+      r.count -= n;
+      left -= static_cast<int32_t>(n);
+      if (left < 0) {
+        more = false;
+        break;
+      }
       const double f0 = factor[chunkOfPair[line / 2]];
-      spectrum[line] = f0 * power[values & 3];
-      spectrum[line + 1] = f0 * power[(values >> 2) & 3];
+      const double f1 = factor[chunkOfPair[line / 2 + 1]];
+      spectrum[line] = f0 * power[(e >> 4) & 3];
+      spectrum[line + 1] = f0 * power[(e >> 6) & 3];
+      spectrum[line + 2] = f1 * power[(e >> 8) & 3];
+      spectrum[line + 3] = f1 * power[(e >> 10) & 3];
+      line += 4;
+      if (left == 0 || line >= 573) {
+        more = false;
+        break;
+      }
+    }
+  }
+  if (left > 0 && line <= 574) {
+    const uint32_t e = quadEntries[r.bits >> quadShift];
+    left -= static_cast<int32_t>(e & 15);
+    if (left >= 0) {
+      const double f0 = factor[chunkOfPair[line / 2]];
+      spectrum[line] = f0 * power[(e >> 4) & 3];
+      spectrum[line + 1] = f0 * power[(e >> 6) & 3];
       line += 2;
     }
   }
