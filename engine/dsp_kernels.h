@@ -29,19 +29,20 @@ struct DspKernels {
   // for kMaxDctSlotsPerCall rows from rows - 64 (kMaxDctSlotsPerCall - 1) on), and
   // returns how many slots it did (at least 1, at most 18 - first).
   uint32_t (*dct32Slots)(const double* hybrid, uint32_t first, double* rows);
-  // Synthesis windowing: out[n] = sum over k = 0..15 of W[32 k + n] ring[indexRow[k] + n]
-  // for n = 0..31, the sum formed tap by tap from k = 0. The int16 variant uses the
-  // 16-bit window copy, rounds to nearest even and saturates (a sum outside the 32-bit
-  // range gives -32768); the float variant stores the sums unchanged. ring aligned;
-  // out aligned for the float variant.
-  void (*windowInt16)(int16_t* out, const double* ring, const uint32_t* indexRow);
-  void (*windowFloat)(double* out, const double* ring, const uint32_t* indexRow);
-  // The windows of two channels at once (ring0 and ring1, the same index row), written
-  // interleaved: frame n holds channel 0's output n, then channel 1's, as int16_t or
-  // double exactly as the one-channel variants give them. `out` may be at any byte
-  // address; ring0 and ring1 aligned.
-  void (*windowStereoInt16)(void* out, const double* ring0, const double* ring1, const uint32_t* indexRow);
-  void (*windowStereoFloat)(void* out, const double* ring0, const double* ring1, const uint32_t* indexRow);
+  // Synthesis windowing: out[n] = sum over k = 0..15 of W[32 k + n] taps[k][n] for
+  // n = 0..31, the sum formed tap by tap from k = 0; taps[k] points at the 32 ring
+  // values tap k reads (on the ring: ring + indexRow[k], see RingTaps). The int16
+  // variant uses the 16-bit window copy, rounds to nearest even and saturates (a sum
+  // outside the 32-bit range gives -32768); the float variant stores the sums
+  // unchanged. Taps aligned; out aligned for the float variant.
+  void (*windowInt16)(int16_t* out, const double* const* taps);
+  void (*windowFloat)(double* out, const double* const* taps);
+  // The windows of two channels at once (taps0 and taps1), written interleaved: frame
+  // n holds channel 0's output n, then channel 1's, as int16_t or double exactly as
+  // the one-channel variants give them. `out` may be at any byte address; taps
+  // aligned.
+  void (*windowStereoInt16)(void* out, const double* const* taps0, const double* const* taps1);
+  void (*windowStereoFloat)(void* out, const double* const* taps0, const double* const* taps1);
 
   // 36-point IMDCT of 18 lines (overwritten: the transform works in place on them),
   // windowed with one of the stored long windows, into out[36]. All aligned.
@@ -68,6 +69,9 @@ struct DspKernels {
 };
 
 constexpr uint32_t kMaxDctSlotsPerCall = 8;
+
+// The taps of a window on a ring: taps[k] = ring + indexRow[k] (synthesis.cpp).
+void RingTaps(const double* ring, const uint32_t* indexRow, const double* taps[16]);
 
 // The table chosen for this processor: the widest it supports (AVX-512, then AVX2,
 // where the build has those kernels and the processor and system support them), else
@@ -109,10 +113,10 @@ extern const ImdctConstants gImdctConstants;
 
 // Scalar references (defined beside their steps).
 void Dct32Scalar(const double* samples, double* v);
-void WindowInt16Scalar(int16_t* out, const double* ring, const uint32_t* indexRow);
-void WindowFloatScalar(double* out, const double* ring, const uint32_t* indexRow);
-void WindowStereoInt16Scalar(void* out, const double* ring0, const double* ring1, const uint32_t* indexRow);
-void WindowStereoFloatScalar(void* out, const double* ring0, const double* ring1, const uint32_t* indexRow);
+void WindowInt16Scalar(int16_t* out, const double* const* taps);
+void WindowFloatScalar(double* out, const double* const* taps);
+void WindowStereoInt16Scalar(void* out, const double* const* taps0, const double* const* taps1);
+void WindowStereoFloatScalar(void* out, const double* const* taps0, const double* const* taps1);
 void Imdct36Scalar(double* lines, double* out, const double* window);
 void Imdct12Scalar(const double* lines, double* out);
 void AliasReduceScalar(double* upper, double* lower, uint32_t boundaries);
@@ -121,10 +125,10 @@ void InterleaveFloatScalar(double* dst, const double* planar);
 
 // SSE2 versions (defined in the *_sse2.cpp files; present when the build has SSE2).
 void Dct32Sse2(const double* samples, double* v);
-void WindowInt16Sse2(int16_t* out, const double* ring, const uint32_t* indexRow);
-void WindowFloatSse2(double* out, const double* ring, const uint32_t* indexRow);
-void WindowStereoInt16Sse2(void* out, const double* ring0, const double* ring1, const uint32_t* indexRow);
-void WindowStereoFloatSse2(void* out, const double* ring0, const double* ring1, const uint32_t* indexRow);
+void WindowInt16Sse2(int16_t* out, const double* const* taps);
+void WindowFloatSse2(double* out, const double* const* taps);
+void WindowStereoInt16Sse2(void* out, const double* const* taps0, const double* const* taps1);
+void WindowStereoFloatSse2(void* out, const double* const* taps0, const double* const* taps1);
 void Imdct36Sse2(double* lines, double* out, const double* window);
 void Imdct12Sse2(const double* lines, double* out);
 void AliasReduceSse2(double* upper, double* lower, uint32_t boundaries);
@@ -136,18 +140,18 @@ void InterleaveFloatSse2(double* dst, const double* planar);
 // counterpart.
 uint32_t Dct32SlotsAvx2(const double* hybrid, uint32_t first, double* rows);
 void HybridLongPairAvx2(double* subbands, double* overlap, const double* window);
-void WindowInt16Avx2(int16_t* out, const double* ring, const uint32_t* indexRow);
-void WindowFloatAvx2(double* out, const double* ring, const uint32_t* indexRow);
-void WindowStereoInt16Avx2(void* out, const double* ring0, const double* ring1, const uint32_t* indexRow);
-void WindowStereoFloatAvx2(void* out, const double* ring0, const double* ring1, const uint32_t* indexRow);
+void WindowInt16Avx2(int16_t* out, const double* const* taps);
+void WindowFloatAvx2(double* out, const double* const* taps);
+void WindowStereoInt16Avx2(void* out, const double* const* taps0, const double* const* taps1);
+void WindowStereoFloatAvx2(void* out, const double* const* taps0, const double* const* taps1);
 
 // AVX-512 versions (the *_avx512.cpp files, compiled for AVX-512F without FMA; run
 // only where Avx512Kernels() is not null), bit-identical to their SSE2 counterparts.
 uint32_t Dct32SlotsAvx512(const double* hybrid, uint32_t first, double* rows);
-void WindowInt16Avx512(int16_t* out, const double* ring, const uint32_t* indexRow);
-void WindowFloatAvx512(double* out, const double* ring, const uint32_t* indexRow);
-void WindowStereoInt16Avx512(void* out, const double* ring0, const double* ring1, const uint32_t* indexRow);
-void WindowStereoFloatAvx512(void* out, const double* ring0, const double* ring1, const uint32_t* indexRow);
+void WindowInt16Avx512(int16_t* out, const double* const* taps);
+void WindowFloatAvx512(double* out, const double* const* taps);
+void WindowStereoInt16Avx512(void* out, const double* const* taps0, const double* const* taps1);
+void WindowStereoFloatAvx512(void* out, const double* const* taps0, const double* const* taps1);
 void AliasReduceAvx512(double* upper, double* lower, uint32_t boundaries);
 void MidSideAvx512(double* left, double* right, uint32_t subbands);
 

@@ -1,8 +1,8 @@
 // Polyphase synthesis of one granule-channel, or of both channels of a granule at once
 // (written interleaved): per time slot the 32 subband samples are matrixed into 64 new
 // values of the channel's 1,024-value ring, and the window turns 16 taps of the ring
-// into 32 PCM samples. A granule works on an aligned linear copy of the ring rows it
-// reads (see LinearRows below). Holds the scalar references of the fast 32-point DCT
+// into 32 PCM samples. A granule's new rows go to an aligned block of their own
+// before they go to the ring (see GranuleRows below). Holds the scalar references of the fast 32-point DCT
 // and of the window kernels.
 //
 // The matrixing v[i] = sum_k cos((16 + i)(2 k + 1) pi / 64) s[k] is a 32-point DCT-II
@@ -88,36 +88,39 @@ int16_t ConvertSampleToInt16(double sum) {
 
 namespace {
 
-inline double WindowSum(const double* window, const double* ring, const uint32_t* indexRow, int n) {
-  double acc = window[n] * ring[indexRow[0] + n];
-  for (int k = 1; k < 16; ++k) acc = acc + window[32 * k + n] * ring[indexRow[k] + n];
+inline double WindowSum(const double* window, const double* const* taps, int n) {
+  double acc = window[n] * taps[0][n];
+  for (int k = 1; k < 16; ++k) acc = acc + window[32 * k + n] * taps[k][n];
   return acc;
 }
 
 }  // namespace
 
-void WindowInt16Scalar(int16_t* out, const double* ring, const uint32_t* indexRow) {
-  for (int n = 0; n < 32; ++n) out[n] = ConvertSampleToInt16(WindowSum(gTables.synthWindowInt16, ring, indexRow, n));
+void RingTaps(const double* ring, const uint32_t* indexRow, const double* taps[16]) {
+  for (int k = 0; k < 16; ++k) taps[k] = ring + indexRow[k];
 }
 
-void WindowFloatScalar(double* out, const double* ring, const uint32_t* indexRow) {
-  for (int n = 0; n < 32; ++n) out[n] = WindowSum(gTables.synthWindowFloat, ring, indexRow, n);
+void WindowInt16Scalar(int16_t* out, const double* const* taps) {
+  for (int n = 0; n < 32; ++n) out[n] = ConvertSampleToInt16(WindowSum(gTables.synthWindowInt16, taps, n));
 }
 
-void WindowStereoInt16Scalar(void* out, const double* ring0, const double* ring1, const uint32_t* indexRow) {
+void WindowFloatScalar(double* out, const double* const* taps) {
+  for (int n = 0; n < 32; ++n) out[n] = WindowSum(gTables.synthWindowFloat, taps, n);
+}
+
+void WindowStereoInt16Scalar(void* out, const double* const* taps0, const double* const* taps1) {
   uint8_t* dst = static_cast<uint8_t*>(out);
   for (int n = 0; n < 32; ++n) {
-    const int16_t frame[2] = {ConvertSampleToInt16(WindowSum(gTables.synthWindowInt16, ring0, indexRow, n)),
-                              ConvertSampleToInt16(WindowSum(gTables.synthWindowInt16, ring1, indexRow, n))};
+    const int16_t frame[2] = {ConvertSampleToInt16(WindowSum(gTables.synthWindowInt16, taps0, n)),
+                              ConvertSampleToInt16(WindowSum(gTables.synthWindowInt16, taps1, n))};
     std::memcpy(dst + 4 * n, frame, sizeof(frame));
   }
 }
 
-void WindowStereoFloatScalar(void* out, const double* ring0, const double* ring1, const uint32_t* indexRow) {
+void WindowStereoFloatScalar(void* out, const double* const* taps0, const double* const* taps1) {
   uint8_t* dst = static_cast<uint8_t*>(out);
   for (int n = 0; n < 32; ++n) {
-    const double frame[2] = {WindowSum(gTables.synthWindowFloat, ring0, indexRow, n),
-                             WindowSum(gTables.synthWindowFloat, ring1, indexRow, n)};
+    const double frame[2] = {WindowSum(gTables.synthWindowFloat, taps0, n), WindowSum(gTables.synthWindowFloat, taps1, n)};
     std::memcpy(dst + 16 * n, frame, sizeof(frame));
   }
 }
@@ -127,78 +130,53 @@ void SynthesizeSlot(const double* samples, double* ring, uint32_t* position, uin
   const uint32_t pos = (*position - 64) & (kSynthesisRingSize - 1);
   *position = pos;
   k.dct32(samples, ring + pos);
-  const uint32_t* row = kSynthesisRingIndex[pos / 64];
+  const double* taps[16];
+  RingTaps(ring, kSynthesisRingIndex[pos / 64], taps);
   if (bytesPerSample == 2) {
-    k.windowInt16(static_cast<int16_t*>(out), ring, row);
+    k.windowInt16(static_cast<int16_t*>(out), taps);
   } else {
-    k.windowFloat(static_cast<double*>(out), ring, row);
+    k.windowFloat(static_cast<double*>(out), taps);
   }
 }
 
 namespace {
 
-// A granule's synthesis runs on a linear copy of its part of the ring: its own 18
-// rows and the rows of the 15 slots before it, newest first (row 17 - s holds slot s,
-// s = -15..17), which is the ring's own order. Slot t's window then reads, for tap k,
-// row 17 - t + k at offset 32 (k odd) or 0: what the ring index table names on the
-// ring. The copy is 64-byte aligned, whatever the ring's own alignment, so that the
-// window kernels' loads never straddle cache lines; each slot's values are written
-// once, straight from the matrixing, and no window waits for a row written just
-// before it. The earlier rows come from the ring, and afterwards the 16 newest rows go
-// back to it, as at most two contiguous blocks each way.
-constexpr uint32_t kEarlierRows = 15;
-constexpr uint32_t kLinearRows = kLinesPerSubband + kEarlierRows;
+// A granule's 18 new rows are written to a 64-byte aligned linear block, newest first
+// (row 17 - t holds slot t), straight from the matrixing; slot t's window reads, for
+// tap k, the row of slot t - k: in the block while t - k >= 0, else on the ring, where
+// the 15 slots before the granule are (slot -j at position + 64 (j - 1)). So no window
+// waits for a row written just before it, the new rows' loads never straddle cache
+// lines whatever the ring's own alignment, and the ring is read in place. Afterwards
+// the 16 newest rows go to the ring at the positions its slots take, as at most two
+// contiguous blocks.
 constexpr uint32_t kNewestRow = kLinesPerSubband - 1;  // the row of slot 0 is 17
 
-struct alignas(64) LinearRows {
-  double row[kLinearRows][64];
+struct alignas(64) GranuleRows {
+  double row[kLinesPerSubband][64];
 };
 
-struct LinearIndexTable {
-  uint32_t row[kLinesPerSubband][16];
-};
-
-constexpr LinearIndexTable MakeLinearIndex() {
-  LinearIndexTable t{};
-  for (uint32_t slot = 0; slot < kLinesPerSubband; ++slot) {
-    for (uint32_t k = 0; k < 16; ++k) t.row[slot][k] = 64 * (kNewestRow - slot + k) + 32 * (k & 1);
+// The taps of slot t's window.
+void SlotTaps(const GranuleRows& rows, const double* ring, uint32_t position, uint32_t t, const double* taps[16]) {
+  for (uint32_t k = 0; k < 16; ++k) {
+    const uint32_t half = 32 * (k & 1);
+    taps[k] = k <= t ? rows.row[kNewestRow - t + k] + half
+                     : ring + ((position + 64 * (k - t - 1)) & (kSynthesisRingSize - 1)) + half;
   }
-  return t;
 }
 
-// Index rows of the windows on the linear copy, by slot.
-constexpr LinearIndexTable kLinearIndex = MakeLinearIndex();
-
-// `count` doubles of the ring from `position` on (wrapping at its end) to `to`, or
-// from `from` into the ring.
-void CopyFromRing(const double* ring, uint32_t position, double* to, uint32_t count) {
-  const uint32_t first = position + count <= kSynthesisRingSize ? count : kSynthesisRingSize - position;
-  std::memcpy(to, ring + position, first * sizeof(double));
-  std::memcpy(to + first, ring, (count - first) * sizeof(double));
-}
-void CopyToRing(const double* from, double* ring, uint32_t position, uint32_t count) {
-  const uint32_t first = position + count <= kSynthesisRingSize ? count : kSynthesisRingSize - position;
-  std::memcpy(ring + position, from, first * sizeof(double));
-  std::memcpy(ring, from + first, (count - first) * sizeof(double));
-}
-
-// The ring's rows of the 15 slots before the granule: the newest at `position`, the
-// older ones above it.
-void LoadEarlierRows(const double* ring, uint32_t position, LinearRows& lin) {
-  CopyFromRing(ring, position, lin.row[kLinesPerSubband], 64 * kEarlierRows);
-}
-
-// The granule's rows back into the ring at the positions its slots take (slots 0 and
-// 1 would be overwritten by slots 16 and 17), and the ring position moved on by 18
+// The granule's rows into the ring at the positions its slots take (slots 0 and 1
+// would be overwritten by slots 16 and 17), and the ring position moved on by 18
 // slots.
-void StoreRows(const LinearRows& lin, double* ring, uint32_t* position) {
+void StoreRows(const GranuleRows& rows, double* ring, uint32_t* position) {
   const uint32_t newest = (*position - 64 * kLinesPerSubband) & (kSynthesisRingSize - 1);
-  CopyToRing(lin.row[0], ring, newest, kSynthesisRingSize);
+  const uint32_t first = kSynthesisRingSize - newest;
+  std::memcpy(ring + newest, rows.row[0], first * sizeof(double));
+  std::memcpy(ring, rows.row[0] + first, newest * sizeof(double));
   *position = newest;
 }
 
-// The matrixing of the granule's 18 slots into their rows of the linear copy.
-void MatrixGranule(const double* hybrid, LinearRows& lin) {
+// The matrixing of the granule's 18 slots into their rows.
+void MatrixGranule(const double* hybrid, GranuleRows& lin) {
   const DspKernels& k = Dsp();
   if (k.dct32Slots != nullptr) {
     for (uint32_t t = 0; t < kLinesPerSubband;) t += k.dct32Slots(hybrid, t, lin.row[kNewestRow - t]);
@@ -222,38 +200,41 @@ void MatrixGranule(const double* hybrid, LinearRows& lin) {
 
 void SynthesizeGranule(const double* hybrid, double* ring, uint32_t* position, uint32_t bytesPerSample, void* out) {
   const DspKernels& k = Dsp();
-  LinearRows lin;
-  LoadEarlierRows(ring, *position, lin);
-  MatrixGranule(hybrid, lin);
+  GranuleRows rows;
+  MatrixGranule(hybrid, rows);
   uint8_t* dst = static_cast<uint8_t*>(out);
   for (uint32_t t = 0; t < kLinesPerSubband; ++t) {
+    const double* taps[16];
+    SlotTaps(rows, ring, *position, t, taps);
     if (bytesPerSample == 2) {
-      k.windowInt16(reinterpret_cast<int16_t*>(dst + t * kSubbands * 2), lin.row[0], kLinearIndex.row[t]);
+      k.windowInt16(reinterpret_cast<int16_t*>(dst + t * kSubbands * 2), taps);
     } else {
-      k.windowFloat(reinterpret_cast<double*>(dst + t * kSubbands * 8), lin.row[0], kLinearIndex.row[t]);
+      k.windowFloat(reinterpret_cast<double*>(dst + t * kSubbands * 8), taps);
     }
   }
-  StoreRows(lin, ring, position);
+  StoreRows(rows, ring, position);
 }
 
 void SynthesizeStereoGranule(const double* hybrid0, const double* hybrid1, double* ring0, double* ring1,
                              uint32_t* position0, uint32_t* position1, uint32_t bytesPerSample, void* out) {
   const DspKernels& k = Dsp();
-  LinearRows lin[2];
-  LoadEarlierRows(ring0, *position0, lin[0]);
-  LoadEarlierRows(ring1, *position1, lin[1]);
-  MatrixGranule(hybrid0, lin[0]);
-  MatrixGranule(hybrid1, lin[1]);
+  GranuleRows rows[2];
+  MatrixGranule(hybrid0, rows[0]);
+  MatrixGranule(hybrid1, rows[1]);
   uint8_t* dst = static_cast<uint8_t*>(out);
   for (uint32_t t = 0; t < kLinesPerSubband; ++t) {
+    const double* taps0[16];
+    const double* taps1[16];
+    SlotTaps(rows[0], ring0, *position0, t, taps0);
+    SlotTaps(rows[1], ring1, *position1, t, taps1);
     if (bytesPerSample == 2) {
-      k.windowStereoInt16(dst + t * kSubbands * 4, lin[0].row[0], lin[1].row[0], kLinearIndex.row[t]);
+      k.windowStereoInt16(dst + t * kSubbands * 4, taps0, taps1);
     } else {
-      k.windowStereoFloat(dst + t * kSubbands * 16, lin[0].row[0], lin[1].row[0], kLinearIndex.row[t]);
+      k.windowStereoFloat(dst + t * kSubbands * 16, taps0, taps1);
     }
   }
-  StoreRows(lin[0], ring0, position0);
-  StoreRows(lin[1], ring1, position1);
+  StoreRows(rows[0], ring0, position0);
+  StoreRows(rows[1], ring1, position1);
 }
 
 }  // namespace kxmp3

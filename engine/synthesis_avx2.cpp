@@ -97,8 +97,8 @@ void Dct32TwoSlots(const double* hybrid, uint32_t first, double* rows) {
 // `store` as (sums of outputs 0..3, ..., sums of outputs 28..31). Named registers
 // rather than an array, so that the compiler keeps them out of memory.
 template <class Store>
-inline void WindowSums32(const double* window, const double* ring, const uint32_t* row, Store store) {
-  const double* r = ring + row[0];
+inline void WindowSums32(const double* window, const double* const* taps, Store store) {
+  const double* r = taps[0];
   __m256d a0 = _mm256_mul_pd(_mm256_load_pd(window + 0), _mm256_loadu_pd(r + 0));
   __m256d a1 = _mm256_mul_pd(_mm256_load_pd(window + 4), _mm256_loadu_pd(r + 4));
   __m256d a2 = _mm256_mul_pd(_mm256_load_pd(window + 8), _mm256_loadu_pd(r + 8));
@@ -109,7 +109,7 @@ inline void WindowSums32(const double* window, const double* ring, const uint32_
   __m256d a7 = _mm256_mul_pd(_mm256_load_pd(window + 28), _mm256_loadu_pd(r + 28));
   for (int k = 1; k < 16; ++k) {
     const double* w = window + 32 * k;
-    r = ring + row[k];
+    r = taps[k];
     a0 = _mm256_add_pd(a0, _mm256_mul_pd(_mm256_load_pd(w + 0), _mm256_loadu_pd(r + 0)));
     a1 = _mm256_add_pd(a1, _mm256_mul_pd(_mm256_load_pd(w + 4), _mm256_loadu_pd(r + 4)));
     a2 = _mm256_add_pd(a2, _mm256_mul_pd(_mm256_load_pd(w + 8), _mm256_loadu_pd(r + 8)));
@@ -126,11 +126,11 @@ inline void WindowSums32(const double* window, const double* ring, const uint32_
 // from k = 0, each window register loaded once for both channels; handed to `store`
 // as (channel 0's four registers, channel 1's four registers).
 template <class Store>
-inline void StereoWindowSums16(const double* window, const double* ring0, const double* ring1, const uint32_t* row,
-                               int n, Store store) {
+inline void StereoWindowSums16(const double* window, const double* const* taps0, const double* const* taps1, int n,
+                               Store store) {
   const double* w = window + n;
-  const double* r0 = ring0 + row[0] + n;
-  const double* r1 = ring1 + row[0] + n;
+  const double* r0 = taps0[0] + n;
+  const double* r1 = taps1[0] + n;
   __m256d w0 = _mm256_load_pd(w + 0), w1 = _mm256_load_pd(w + 4);
   __m256d w2 = _mm256_load_pd(w + 8), w3 = _mm256_load_pd(w + 12);
   __m256d a0 = _mm256_mul_pd(w0, _mm256_loadu_pd(r0 + 0)), b0 = _mm256_mul_pd(w0, _mm256_loadu_pd(r1 + 0));
@@ -139,8 +139,8 @@ inline void StereoWindowSums16(const double* window, const double* ring0, const 
   __m256d a3 = _mm256_mul_pd(w3, _mm256_loadu_pd(r0 + 12)), b3 = _mm256_mul_pd(w3, _mm256_loadu_pd(r1 + 12));
   for (int k = 1; k < 16; ++k) {
     w = window + 32 * k + n;
-    r0 = ring0 + row[k] + n;
-    r1 = ring1 + row[k] + n;
+    r0 = taps0[k] + n;
+    r1 = taps1[k] + n;
     w0 = _mm256_load_pd(w + 0);
     w1 = _mm256_load_pd(w + 4);
     w2 = _mm256_load_pd(w + 8);
@@ -168,8 +168,8 @@ uint32_t Dct32SlotsAvx2(const double* hybrid, uint32_t first, double* rows) {
   return 2;
 }
 
-void WindowInt16Avx2(int16_t* out, const double* ring, const uint32_t* indexRow) {
-  WindowSums32(gTables.synthWindowInt16, ring, indexRow,
+void WindowInt16Avx2(int16_t* out, const double* const* taps) {
+  WindowSums32(gTables.synthWindowInt16, taps,
                [out](__m256d a0, __m256d a1, __m256d a2, __m256d a3, __m256d a4, __m256d a5, __m256d a6, __m256d a7) {
                  auto pack = [](__m256d lo, __m256d hi) {
                    return _mm_packs_epi32(_mm256_cvtpd_epi32(lo), _mm256_cvtpd_epi32(hi));
@@ -181,8 +181,8 @@ void WindowInt16Avx2(int16_t* out, const double* ring, const uint32_t* indexRow)
                });
 }
 
-void WindowFloatAvx2(double* out, const double* ring, const uint32_t* indexRow) {
-  WindowSums32(gTables.synthWindowFloat, ring, indexRow,
+void WindowFloatAvx2(double* out, const double* const* taps) {
+  WindowSums32(gTables.synthWindowFloat, taps,
                [out](__m256d a0, __m256d a1, __m256d a2, __m256d a3, __m256d a4, __m256d a5, __m256d a6, __m256d a7) {
                  _mm256_storeu_pd(out + 0, a0);
                  _mm256_storeu_pd(out + 4, a1);
@@ -195,10 +195,10 @@ void WindowFloatAvx2(double* out, const double* ring, const uint32_t* indexRow) 
                });
 }
 
-void WindowStereoInt16Avx2(void* out, const double* ring0, const double* ring1, const uint32_t* indexRow) {
+void WindowStereoInt16Avx2(void* out, const double* const* taps0, const double* const* taps1) {
   auto* dst = static_cast<uint8_t*>(out);
   for (int n = 0; n < 32; n += 16) {
-    StereoWindowSums16(gTables.synthWindowInt16, ring0, ring1, indexRow, n,
+    StereoWindowSums16(gTables.synthWindowInt16, taps0, taps1, n,
                        [dst, n](__m256d a0, __m256d a1, __m256d a2, __m256d a3, __m256d b0, __m256d b1, __m256d b2,
                                 __m256d b3) {
                          // Four outputs of each channel as 32-bit integers, interleaved
@@ -217,10 +217,10 @@ void WindowStereoInt16Avx2(void* out, const double* ring0, const double* ring1, 
   }
 }
 
-void WindowStereoFloatAvx2(void* out, const double* ring0, const double* ring1, const uint32_t* indexRow) {
+void WindowStereoFloatAvx2(void* out, const double* const* taps0, const double* const* taps1) {
   auto* dst = static_cast<uint8_t*>(out);
   for (int n = 0; n < 32; n += 16) {
-    StereoWindowSums16(gTables.synthWindowFloat, ring0, ring1, indexRow, n,
+    StereoWindowSums16(gTables.synthWindowFloat, taps0, taps1, n,
                        [dst, n](__m256d a0, __m256d a1, __m256d a2, __m256d a3, __m256d b0, __m256d b1, __m256d b2,
                                 __m256d b3) {
                          // Four outputs of each channel as four frames (stored as integer

@@ -92,15 +92,15 @@ void Dct32EightSlots(const double* hybrid, uint32_t first, double* rows) {
 // Window sums of all 32 outputs in four registers, tap by tap from k = 0, handed to
 // `store` (outputs 0..7, 8..15, 16..23, 24..31).
 template <class Store>
-inline void WindowSums32(const double* window, const double* ring, const uint32_t* row, Store store) {
-  const double* r = ring + row[0];
+inline void WindowSums32(const double* window, const double* const* taps, Store store) {
+  const double* r = taps[0];
   __m512d a0 = _mm512_mul_pd(_mm512_load_pd(window + 0), _mm512_loadu_pd(r + 0));
   __m512d a1 = _mm512_mul_pd(_mm512_load_pd(window + 8), _mm512_loadu_pd(r + 8));
   __m512d a2 = _mm512_mul_pd(_mm512_load_pd(window + 16), _mm512_loadu_pd(r + 16));
   __m512d a3 = _mm512_mul_pd(_mm512_load_pd(window + 24), _mm512_loadu_pd(r + 24));
   for (int k = 1; k < 16; ++k) {
     const double* w = window + 32 * k;
-    r = ring + row[k];
+    r = taps[k];
     a0 = _mm512_add_pd(a0, _mm512_mul_pd(_mm512_load_pd(w + 0), _mm512_loadu_pd(r + 0)));
     a1 = _mm512_add_pd(a1, _mm512_mul_pd(_mm512_load_pd(w + 8), _mm512_loadu_pd(r + 8)));
     a2 = _mm512_add_pd(a2, _mm512_mul_pd(_mm512_load_pd(w + 16), _mm512_loadu_pd(r + 16)));
@@ -121,10 +121,10 @@ inline __m128i Pack8(__m512d sums) {
 // from k = 0, each window register loaded once for both channels; handed to `store`
 // as (channel 0's four registers, channel 1's four registers).
 template <class Store>
-inline void StereoWindowSums32(const double* window, const double* ring0, const double* ring1, const uint32_t* row,
+inline void StereoWindowSums32(const double* window, const double* const* taps0, const double* const* taps1,
                                Store store) {
-  const double* r0 = ring0 + row[0];
-  const double* r1 = ring1 + row[0];
+  const double* r0 = taps0[0];
+  const double* r1 = taps1[0];
   __m512d w0 = _mm512_load_pd(window + 0), w1 = _mm512_load_pd(window + 8);
   __m512d w2 = _mm512_load_pd(window + 16), w3 = _mm512_load_pd(window + 24);
   __m512d a0 = _mm512_mul_pd(w0, _mm512_loadu_pd(r0 + 0)), b0 = _mm512_mul_pd(w0, _mm512_loadu_pd(r1 + 0));
@@ -133,8 +133,8 @@ inline void StereoWindowSums32(const double* window, const double* ring0, const 
   __m512d a3 = _mm512_mul_pd(w3, _mm512_loadu_pd(r0 + 24)), b3 = _mm512_mul_pd(w3, _mm512_loadu_pd(r1 + 24));
   for (int k = 1; k < 16; ++k) {
     const double* w = window + 32 * k;
-    r0 = ring0 + row[k];
-    r1 = ring1 + row[k];
+    r0 = taps0[k];
+    r1 = taps1[k];
     w0 = _mm512_load_pd(w + 0);
     w1 = _mm512_load_pd(w + 8);
     w2 = _mm512_load_pd(w + 16);
@@ -179,8 +179,8 @@ uint32_t Dct32SlotsAvx512(const double* hybrid, uint32_t first, double* rows) {
   return Dct32SlotsAvx2(hybrid, first, rows);
 }
 
-void WindowInt16Avx512(int16_t* out, const double* ring, const uint32_t* indexRow) {
-  WindowSums32(gTables.synthWindowInt16, ring, indexRow, [out](__m512d a0, __m512d a1, __m512d a2, __m512d a3) {
+void WindowInt16Avx512(int16_t* out, const double* const* taps) {
+  WindowSums32(gTables.synthWindowInt16, taps, [out](__m512d a0, __m512d a1, __m512d a2, __m512d a3) {
     _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 0), Pack8(a0));
     _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 8), Pack8(a1));
     _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 16), Pack8(a2));
@@ -188,8 +188,8 @@ void WindowInt16Avx512(int16_t* out, const double* ring, const uint32_t* indexRo
   });
 }
 
-void WindowFloatAvx512(double* out, const double* ring, const uint32_t* indexRow) {
-  WindowSums32(gTables.synthWindowFloat, ring, indexRow, [out](__m512d a0, __m512d a1, __m512d a2, __m512d a3) {
+void WindowFloatAvx512(double* out, const double* const* taps) {
+  WindowSums32(gTables.synthWindowFloat, taps, [out](__m512d a0, __m512d a1, __m512d a2, __m512d a3) {
     _mm512_storeu_pd(out + 0, a0);
     _mm512_storeu_pd(out + 8, a1);
     _mm512_storeu_pd(out + 16, a2);
@@ -197,9 +197,9 @@ void WindowFloatAvx512(double* out, const double* ring, const uint32_t* indexRow
   });
 }
 
-void WindowStereoInt16Avx512(void* out, const double* ring0, const double* ring1, const uint32_t* indexRow) {
+void WindowStereoInt16Avx512(void* out, const double* const* taps0, const double* const* taps1) {
   auto* dst = static_cast<uint8_t*>(out);
-  StereoWindowSums32(gTables.synthWindowInt16, ring0, ring1, indexRow,
+  StereoWindowSums32(gTables.synthWindowInt16, taps0, taps1,
                      [dst](__m512d a0, __m512d a1, __m512d a2, __m512d a3, __m512d b0, __m512d b1, __m512d b2,
                            __m512d b3) {
                        _mm256_storeu_si256(reinterpret_cast<__m256i*>(dst + 0), Frames8(a0, b0));
@@ -209,9 +209,9 @@ void WindowStereoInt16Avx512(void* out, const double* ring0, const double* ring1
                      });
 }
 
-void WindowStereoFloatAvx512(void* out, const double* ring0, const double* ring1, const uint32_t* indexRow) {
+void WindowStereoFloatAvx512(void* out, const double* const* taps0, const double* const* taps1) {
   auto* dst = static_cast<uint8_t*>(out);
-  StereoWindowSums32(gTables.synthWindowFloat, ring0, ring1, indexRow,
+  StereoWindowSums32(gTables.synthWindowFloat, taps0, taps1,
                      [dst](__m512d a0, __m512d a1, __m512d a2, __m512d a3, __m512d b0, __m512d b1, __m512d b2,
                            __m512d b3) {
                        StoreFrames8(dst + 0, a0, b0);

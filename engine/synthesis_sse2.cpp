@@ -90,13 +90,13 @@ void Dct32Sse2(const double* samples, double* v) {
 namespace {
 
 // Window sums of outputs n..n+7 as four pairs, tap by tap from k = 0.
-inline void WindowSums8(const double* window, const double* ring, const uint32_t* row, int n, __m128d acc[4]) {
+inline void WindowSums8(const double* window, const double* const* taps, int n, __m128d acc[4]) {
   for (int j = 0; j < 4; ++j) {
-    acc[j] = _mm_mul_pd(_mm_load_pd(window + n + 2 * j), _mm_load_pd(ring + row[0] + n + 2 * j));
+    acc[j] = _mm_mul_pd(_mm_load_pd(window + n + 2 * j), _mm_load_pd(taps[0] + n + 2 * j));
   }
   for (int k = 1; k < 16; ++k) {
     const double* w = window + 32 * k + n;
-    const double* r = ring + row[k] + n;
+    const double* r = taps[k] + n;
     for (int j = 0; j < 4; ++j) {
       acc[j] = _mm_add_pd(acc[j], _mm_mul_pd(_mm_load_pd(w + 2 * j), _mm_load_pd(r + 2 * j)));
     }
@@ -105,20 +105,20 @@ inline void WindowSums8(const double* window, const double* ring, const uint32_t
 
 }  // namespace
 
-void WindowInt16Sse2(int16_t* out, const double* ring, const uint32_t* indexRow) {
+void WindowInt16Sse2(int16_t* out, const double* const* taps) {
   for (int n = 0; n < 32; n += 8) {
     __m128d acc[4];
-    WindowSums8(gTables.synthWindowInt16, ring, indexRow, n, acc);
+    WindowSums8(gTables.synthWindowInt16, taps, n, acc);
     const __m128i lo = _mm_unpacklo_epi64(_mm_cvtpd_epi32(acc[0]), _mm_cvtpd_epi32(acc[1]));
     const __m128i hi = _mm_unpacklo_epi64(_mm_cvtpd_epi32(acc[2]), _mm_cvtpd_epi32(acc[3]));
     _mm_storeu_si128(reinterpret_cast<__m128i*>(out + n), _mm_packs_epi32(lo, hi));
   }
 }
 
-void WindowFloatSse2(double* out, const double* ring, const uint32_t* indexRow) {
+void WindowFloatSse2(double* out, const double* const* taps) {
   for (int n = 0; n < 32; n += 8) {
     __m128d acc[4];
-    WindowSums8(gTables.synthWindowFloat, ring, indexRow, n, acc);
+    WindowSums8(gTables.synthWindowFloat, taps, n, acc);
     for (int j = 0; j < 4; ++j) _mm_store_pd(out + n + 2 * j, acc[j]);
   }
 }
@@ -127,17 +127,17 @@ namespace {
 
 // Window sums of outputs n..n+7 of two channels as four pairs each, tap by tap from
 // k = 0, each window pair loaded once for both channels.
-inline void StereoWindowSums8(const double* window, const double* ring0, const double* ring1, const uint32_t* row,
-                              int n, __m128d acc0[4], __m128d acc1[4]) {
+inline void StereoWindowSums8(const double* window, const double* const* taps0, const double* const* taps1, int n,
+                              __m128d acc0[4], __m128d acc1[4]) {
   for (int j = 0; j < 4; ++j) {
     const __m128d w = _mm_load_pd(window + n + 2 * j);
-    acc0[j] = _mm_mul_pd(w, _mm_load_pd(ring0 + row[0] + n + 2 * j));
-    acc1[j] = _mm_mul_pd(w, _mm_load_pd(ring1 + row[0] + n + 2 * j));
+    acc0[j] = _mm_mul_pd(w, _mm_load_pd(taps0[0] + n + 2 * j));
+    acc1[j] = _mm_mul_pd(w, _mm_load_pd(taps1[0] + n + 2 * j));
   }
   for (int k = 1; k < 16; ++k) {
     const double* w = window + 32 * k + n;
-    const double* r0 = ring0 + row[k] + n;
-    const double* r1 = ring1 + row[k] + n;
+    const double* r0 = taps0[k] + n;
+    const double* r1 = taps1[k] + n;
     for (int j = 0; j < 4; ++j) {
       const __m128d wj = _mm_load_pd(w + 2 * j);
       acc0[j] = _mm_add_pd(acc0[j], _mm_mul_pd(wj, _mm_load_pd(r0 + 2 * j)));
@@ -148,11 +148,11 @@ inline void StereoWindowSums8(const double* window, const double* ring0, const d
 
 }  // namespace
 
-void WindowStereoInt16Sse2(void* out, const double* ring0, const double* ring1, const uint32_t* indexRow) {
+void WindowStereoInt16Sse2(void* out, const double* const* taps0, const double* const* taps1) {
   auto* dst = static_cast<uint8_t*>(out);
   for (int n = 0; n < 32; n += 8) {
     __m128d acc0[4], acc1[4];
-    StereoWindowSums8(gTables.synthWindowInt16, ring0, ring1, indexRow, n, acc0, acc1);
+    StereoWindowSums8(gTables.synthWindowInt16, taps0, taps1, n, acc0, acc1);
     for (int j = 0; j < 4; j += 2) {
       // Outputs n + 2j .. n + 2j + 3 of each channel as 32-bit integers, then
       // interleaved and packed: four frames.
@@ -164,11 +164,11 @@ void WindowStereoInt16Sse2(void* out, const double* ring0, const double* ring1, 
   }
 }
 
-void WindowStereoFloatSse2(void* out, const double* ring0, const double* ring1, const uint32_t* indexRow) {
+void WindowStereoFloatSse2(void* out, const double* const* taps0, const double* const* taps1) {
   auto* dst = static_cast<uint8_t*>(out);
   for (int n = 0; n < 32; n += 8) {
     __m128d acc0[4], acc1[4];
-    StereoWindowSums8(gTables.synthWindowFloat, ring0, ring1, indexRow, n, acc0, acc1);
+    StereoWindowSums8(gTables.synthWindowFloat, taps0, taps1, n, acc0, acc1);
     for (int j = 0; j < 4; ++j) {
       // Stored as integer vectors: the destination may not be aligned for doubles.
       uint8_t* frames = dst + 16 * (n + 2 * j);

@@ -82,14 +82,14 @@ TEST_F(WideKernelsTest, WindowFloatAndInt16) {
       rnd.Fill(ring.data(), 1024, scale, true);
       const uint32_t* row = kSynthesisRingIndex[trial % 16];
       Doubles<32> fa, fb;
-      sse2_->windowFloat(fa.data(), ring.data(), row);
-      k->windowFloat(fb.data(), ring.data(), row);
+      sse2_->windowFloat(fa.data(), kxtest::Taps(ring.data(), row).data());
+      k->windowFloat(fb.data(), kxtest::Taps(ring.data(), row).data());
       ExpectSameBits(fa, fb, std::string(k->name) + " window float trial " + std::to_string(trial));
       alignas(16) int16_t ia[33], ib[33];
       // Odd trials write the 16-bit samples 2 bytes off alignment.
       const int off = trial % 2;
-      sse2_->windowInt16(ia + off, ring.data(), row);
-      k->windowInt16(ib + off, ring.data(), row);
+      sse2_->windowInt16(ia + off, kxtest::Taps(ring.data(), row).data());
+      k->windowInt16(ib + off, kxtest::Taps(ring.data(), row).data());
       for (int n = 0; n < 32; ++n) ASSERT_EQ(ia[off + n], ib[off + n]) << k->name << " trial " << trial << " n " << n;
     }
   }
@@ -107,12 +107,12 @@ TEST_F(WideKernelsTest, WindowStereoFloatAndInt16) {
       // The destination at every byte offset from alignment.
       const size_t off = trial % 9;
       alignas(64) uint8_t fa[64 * 8 + 16], fb[64 * 8 + 16];
-      sse2_->windowStereoFloat(fa + off, ring0.data(), ring1.data(), row);
-      k->windowStereoFloat(fb + off, ring0.data(), ring1.data(), row);
+      sse2_->windowStereoFloat(fa + off, kxtest::Taps(ring0.data(), row).data(), kxtest::Taps(ring1.data(), row).data());
+      k->windowStereoFloat(fb + off, kxtest::Taps(ring0.data(), row).data(), kxtest::Taps(ring1.data(), row).data());
       ASSERT_EQ(0, std::memcmp(fa + off, fb + off, 64 * 8)) << k->name << " stereo float trial " << trial;
       alignas(64) uint8_t ia[64 * 2 + 16], ib[64 * 2 + 16];
-      sse2_->windowStereoInt16(ia + off, ring0.data(), ring1.data(), row);
-      k->windowStereoInt16(ib + off, ring0.data(), ring1.data(), row);
+      sse2_->windowStereoInt16(ia + off, kxtest::Taps(ring0.data(), row).data(), kxtest::Taps(ring1.data(), row).data());
+      k->windowStereoInt16(ib + off, kxtest::Taps(ring0.data(), row).data(), kxtest::Taps(ring1.data(), row).data());
       ASSERT_EQ(0, std::memcmp(ia + off, ib + off, 64 * 2)) << k->name << " stereo 16-bit trial " << trial;
     }
   }
@@ -127,8 +127,8 @@ TEST_F(WideKernelsTest, WindowFloatSpecialValues) {
     ring[5] = std::numeric_limits<double>::quiet_NaN();
     for (int r = 0; r < 16; ++r) {
       alignas(16) int16_t ia[32], ib[32];
-      sse2_->windowInt16(ia, ring.data(), kSynthesisRingIndex[r]);
-      k->windowInt16(ib, ring.data(), kSynthesisRingIndex[r]);
+      sse2_->windowInt16(ia, kxtest::Taps(ring.data(), kSynthesisRingIndex[r]).data());
+      k->windowInt16(ib, kxtest::Taps(ring.data(), kSynthesisRingIndex[r]).data());
       for (int n = 0; n < 32; ++n) ASSERT_EQ(ia[n], ib[n]) << k->name << " row " << r << " n " << n;
     }
   }

@@ -260,7 +260,7 @@ class WindowEdgeTest : public SynthesisTest {
     const uint32_t* row = kSynthesisRingIndex[5];
     ring[row[0] + 1] = -2.0 * sum;
     alignas(16) int16_t out[32];
-    k.windowInt16(out, ring.data(), row);
+    k.windowInt16(out, kxtest::Taps(ring.data(), row).data());
     for (int n = 0; n < 32; ++n) {
       if (n != 1) {
         EXPECT_EQ(0, out[n]) << n;
@@ -273,7 +273,7 @@ class WindowEdgeTest : public SynthesisTest {
     const uint32_t* row = kSynthesisRingIndex[5];
     ring[row[0] + 1] = cell;
     Doubles<32> out;
-    k.windowFloat(out.data(), ring.data(), row);
+    k.windowFloat(out.data(), kxtest::Taps(ring.data(), row).data());
     return out[1];
   }
   int16_t Int16OfCell(const DspKernels& k, double cell) {
@@ -281,7 +281,7 @@ class WindowEdgeTest : public SynthesisTest {
     const uint32_t* row = kSynthesisRingIndex[5];
     ring[row[0] + 1] = cell;
     alignas(16) int16_t out[32];
-    k.windowInt16(out, ring.data(), row);
+    k.windowInt16(out, kxtest::Taps(ring.data(), row).data());
     return out[1];
   }
 };

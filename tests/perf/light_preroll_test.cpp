@@ -80,21 +80,21 @@ std::vector<uint8_t> Read(Class_KXMP3* decoder, int32_t bytes) {
 // a two-channel window counts two).
 int gWindowCalls = 0;
 const DspKernels* gInner = nullptr;
-void CountingWindowInt16(int16_t* out, const double* ring, const uint32_t* row) {
+void CountingWindowInt16(int16_t* out, const double* const* taps) {
   ++gWindowCalls;
-  gInner->windowInt16(out, ring, row);
+  gInner->windowInt16(out, taps);
 }
-void CountingWindowFloat(double* out, const double* ring, const uint32_t* row) {
+void CountingWindowFloat(double* out, const double* const* taps) {
   ++gWindowCalls;
-  gInner->windowFloat(out, ring, row);
+  gInner->windowFloat(out, taps);
 }
-void CountingWindowStereoInt16(void* out, const double* ring0, const double* ring1, const uint32_t* row) {
+void CountingWindowStereoInt16(void* out, const double* const* taps0, const double* const* taps1) {
   gWindowCalls += 2;
-  gInner->windowStereoInt16(out, ring0, ring1, row);
+  gInner->windowStereoInt16(out, taps0, taps1);
 }
-void CountingWindowStereoFloat(void* out, const double* ring0, const double* ring1, const uint32_t* row) {
+void CountingWindowStereoFloat(void* out, const double* const* taps0, const double* const* taps1) {
   gWindowCalls += 2;
-  gInner->windowStereoFloat(out, ring0, ring1, row);
+  gInner->windowStereoFloat(out, taps0, taps1);
 }
 
 class LightPreRollTest : public ::testing::Test {
