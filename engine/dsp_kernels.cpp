@@ -9,14 +9,14 @@ namespace kxmp3 {
 namespace {
 
 const DspKernels kScalar = {
-    "scalar",          Dct32Scalar,   nullptr,       WindowInt16Scalar, WindowFloatScalar,
+    "scalar",          Dct32Scalar,   nullptr,       nullptr, WindowInt16Scalar, WindowFloatScalar,
     WindowStereoInt16Scalar, WindowStereoFloatScalar, Imdct36Scalar, Imdct12Scalar, nullptr,
     AliasReduceScalar, MidSideScalar, InterleaveFloatScalar,
 };
 
 #if defined(__SSE2__)
 const DspKernels kSse2 = {
-    "sse2",          Dct32Sse2,   nullptr,     WindowInt16Sse2, WindowFloatSse2,
+    "sse2",          Dct32Sse2,   nullptr,     nullptr, WindowInt16Sse2, WindowFloatSse2,
     WindowStereoInt16Sse2, WindowStereoFloatSse2, Imdct36Sse2, Imdct12Sse2, nullptr,
     AliasReduceSse2, MidSideSse2, InterleaveFloatSse2,
 };
@@ -24,7 +24,7 @@ const DspKernels kSse2 = {
 
 #if defined(KX_HAVE_AVX2_KERNELS)
 const DspKernels kAvx2 = {
-    "avx2",          Dct32Sse2,   Dct32SlotsAvx2, WindowInt16Avx2, WindowFloatAvx2,
+    "avx2",          Dct32Sse2,   Dct32SlotsAvx2, Dct32LastSlotsStereoAvx2, WindowInt16Avx2, WindowFloatAvx2,
     WindowStereoInt16Avx2, WindowStereoFloatAvx2, Imdct36Sse2, Imdct12Sse2, HybridLongPairAvx2,
     AliasReduceSse2, MidSideSse2, InterleaveFloatSse2,
 };
@@ -32,7 +32,7 @@ const DspKernels kAvx2 = {
 
 #if defined(KX_HAVE_AVX2_KERNELS) && defined(KX_HAVE_AVX512_KERNELS)
 const DspKernels kAvx512 = {
-    "avx512",        Dct32Sse2,   Dct32SlotsAvx512, WindowInt16Avx512, WindowFloatAvx512,
+    "avx512",        Dct32Sse2,   Dct32SlotsAvx512, Dct32LastSlotsStereoAvx2, WindowInt16Avx512, WindowFloatAvx512,
     WindowStereoInt16Avx512, WindowStereoFloatAvx512, Imdct36Sse2, Imdct12Sse2, HybridLongPairAvx2,
     AliasReduceAvx512, MidSideAvx512, InterleaveFloatSse2,
 };

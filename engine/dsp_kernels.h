@@ -29,6 +29,11 @@ struct DspKernels {
   // for kMaxDctSlotsPerCall rows from rows - 64 (kMaxDctSlotsPerCall - 1) on), and
   // returns how many slots it did (at least 1, at most 18 - first).
   uint32_t (*dct32Slots)(const double* hybrid, uint32_t first, double* rows);
+  // The last two slots (16 and 17) of two granule-channels in one call, or null: each
+  // channel's two rows as dct32Slots writes them from first = 16 (slot 17's row at
+  // rows - 64). Tables that have it also have dct32Slots, and their dct32Slots reaches
+  // slot 16 exactly from slot 0.
+  void (*dct32LastSlotsStereo)(const double* hybrid0, const double* hybrid1, double* rows0, double* rows1);
   // Synthesis windowing: out[n] = sum over k = 0..15 of W[32 k + n] taps[k][n] for
   // n = 0..31, the sum formed tap by tap from k = 0; taps[k] points at the 32 ring
   // values tap k reads (on the ring: ring + indexRow[k], see RingTaps). The int16
@@ -139,6 +144,7 @@ void InterleaveFloatSse2(double* dst, const double* planar);
 // only where Avx2Kernels() is not null). Each gives bit-identical results to its SSE2
 // counterpart.
 uint32_t Dct32SlotsAvx2(const double* hybrid, uint32_t first, double* rows);
+void Dct32LastSlotsStereoAvx2(const double* hybrid0, const double* hybrid1, double* rows0, double* rows1);
 void HybridLongPairAvx2(double* subbands, double* overlap, const double* window);
 void WindowInt16Avx2(int16_t* out, const double* const* taps);
 void WindowFloatAvx2(double* out, const double* const* taps);

@@ -219,8 +219,15 @@ void SynthesizeStereoGranule(const double* hybrid0, const double* hybrid1, doubl
                              uint32_t* position0, uint32_t* position1, uint32_t bytesPerSample, void* out) {
   const DspKernels& k = Dsp();
   GranuleRows rows[2];
-  MatrixGranule(hybrid0, rows[0]);
-  MatrixGranule(hybrid1, rows[1]);
+  if (k.dct32LastSlotsStereo != nullptr) {
+    // Slots 0..15 of each channel, then the last two slots of both in one call.
+    for (uint32_t t = 0; t < 16;) t += k.dct32Slots(hybrid0, t, rows[0].row[kNewestRow - t]);
+    for (uint32_t t = 0; t < 16;) t += k.dct32Slots(hybrid1, t, rows[1].row[kNewestRow - t]);
+    k.dct32LastSlotsStereo(hybrid0, hybrid1, rows[0].row[kNewestRow - 16], rows[1].row[kNewestRow - 16]);
+  } else {
+    MatrixGranule(hybrid0, rows[0]);
+    MatrixGranule(hybrid1, rows[1]);
+  }
   uint8_t* dst = static_cast<uint8_t*>(out);
   for (uint32_t t = 0; t < kLinesPerSubband; ++t) {
     const double* taps0[16];

@@ -46,14 +46,15 @@ struct Ops128 {
   static V Neg(V a) { return _mm_xor_pd(a, _mm_set1_pd(-0.0)); }
 };
 
-// Four slots first..first+3: gather (odd slots of odd subbands negated), DCT, and the
-// 64 ring values of each slot as a row: slot first + s at rows - 64 s.
-void Dct32FourSlots(const double* hybrid, uint32_t first, double* rows) {
+// Four slots, one per lane: `gather(sb)` gives subband sb of the four (odd slots of
+// odd subbands negated: lanes 1 and 3 are odd slots), then the DCT, and the 64 ring
+// values of lane j as the row at rows[j].
+template <class Gather>
+inline void Dct32FourLanes(Gather gather, double* const rows[4]) {
   alignas(32) __m256d p[32];
-  // first is even: lanes 1 and 3 are the odd slots.
   const __m256d oddSlots = _mm256_set_pd(-0.0, 0.0, -0.0, 0.0);
   for (int sb = 0; sb < 32; ++sb) {
-    const __m256d s = _mm256_loadu_pd(hybrid + 18 * sb + first);
+    const __m256d s = gather(sb);
     p[sb] = (sb & 1) != 0 ? _mm256_xor_pd(s, oddSlots) : s;
   }
   alignas(32) __m256d x[32];
@@ -66,11 +67,17 @@ void Dct32FourSlots(const double* hybrid, uint32_t first, double* rows) {
     const __m256d t1 = _mm256_unpackhi_pd(v[i], v[i + 1]);
     const __m256d t2 = _mm256_unpacklo_pd(v[i + 2], v[i + 3]);
     const __m256d t3 = _mm256_unpackhi_pd(v[i + 2], v[i + 3]);
-    _mm256_store_pd(rows + i, _mm256_permute2f128_pd(t0, t2, 0x20));
-    _mm256_store_pd(rows - 64 + i, _mm256_permute2f128_pd(t1, t3, 0x20));
-    _mm256_store_pd(rows - 128 + i, _mm256_permute2f128_pd(t0, t2, 0x31));
-    _mm256_store_pd(rows - 192 + i, _mm256_permute2f128_pd(t1, t3, 0x31));
+    _mm256_store_pd(rows[0] + i, _mm256_permute2f128_pd(t0, t2, 0x20));
+    _mm256_store_pd(rows[1] + i, _mm256_permute2f128_pd(t1, t3, 0x20));
+    _mm256_store_pd(rows[2] + i, _mm256_permute2f128_pd(t0, t2, 0x31));
+    _mm256_store_pd(rows[3] + i, _mm256_permute2f128_pd(t1, t3, 0x31));
   }
+}
+
+// Four slots first..first+3 (first even): slot first + s at rows - 64 s.
+void Dct32FourSlots(const double* hybrid, uint32_t first, double* rows) {
+  double* const out[4] = {rows, rows - 64, rows - 128, rows - 192};
+  Dct32FourLanes([hybrid, first](int sb) { return _mm256_loadu_pd(hybrid + 18 * sb + first); }, out);
 }
 
 // Two slots first, first + 1 (first even: lane 1 is the odd slot).
@@ -166,6 +173,16 @@ uint32_t Dct32SlotsAvx2(const double* hybrid, uint32_t first, double* rows) {
   }
   Dct32TwoSlots(hybrid, first, rows);
   return 2;
+}
+
+void Dct32LastSlotsStereoAvx2(const double* hybrid0, const double* hybrid1, double* rows0, double* rows1) {
+  double* const out[4] = {rows0, rows0 - 64, rows1, rows1 - 64};
+  Dct32FourLanes(
+      [hybrid0, hybrid1](int sb) {
+        return _mm256_insertf128_pd(_mm256_castpd128_pd256(_mm_loadu_pd(hybrid0 + 18 * sb + 16)),
+                                    _mm_loadu_pd(hybrid1 + 18 * sb + 16), 1);
+      },
+      out);
 }
 
 void WindowInt16Avx2(int16_t* out, const double* const* taps) {

@@ -197,6 +197,33 @@ TEST_F(WideKernelsTest, AliasReduceAndMidSide) {
   }
 }
 
+TEST_F(WideKernelsTest, LastSlotsOfTwoChannelsEqualDct32OfEachSlot) {
+  kxtest::Random rnd(28);
+  for (const DspKernels* k : wide_) {
+    ASSERT_NE(k->dct32LastSlotsStereo, nullptr) << k->name;
+    for (int trial = 0; trial < 300; ++trial) {
+      Doubles<576> hybrid[2];
+      rnd.Fill(hybrid[0].data(), 576, trial % 3 == 0 ? 1e6 : 1.0, true);
+      rnd.Fill(hybrid[1].data(), 576, 1.0, true);
+      alignas(32) double rows[2][128];
+      k->dct32LastSlotsStereo(hybrid[0].data(), hybrid[1].data(), rows[0] + 64, rows[1] + 64);
+      for (int ch = 0; ch < 2; ++ch) {
+        for (uint32_t t = 16; t < 18; ++t) {
+          Doubles<32> slot;
+          GatherSlot(hybrid[ch].data(), t, slot.data());
+          Doubles<64> expect;
+          sse2_->dct32(slot.data(), expect.data());
+          const double* row = rows[ch] + 64 - 64 * (t - 16);
+          for (int i = 0; i < 64; ++i) {
+            ASSERT_TRUE(kxtest::SameBits(expect[i], row[i]))
+                << k->name << " trial " << trial << " channel " << ch << " slot " << t << " value " << i;
+          }
+        }
+      }
+    }
+  }
+}
+
 TEST_F(WideKernelsTest, HybridLongPairEqualsImdct36AndOverlapAddOfEachSubband) {
   kxtest::Random rnd(24);
   for (const DspKernels* k : wide_) {
