@@ -63,8 +63,10 @@ void DspDct32(benchmark::State& state) {
 void DspWindowInt16(benchmark::State& state) {
   Work& w = Prepared();
   const DspKernels& k = Kernels(state);
+  const double* taps[16];
+  kxmp3::RingTaps(w.ring, kxmp3::kSynthesisRingIndex[3], taps);
   for (auto _ : state) {
-    k.windowInt16(w.pcm, w.ring, kxmp3::kSynthesisRingIndex[3]);
+    k.windowInt16(w.pcm, taps);
     benchmark::ClobberMemory();
   }
   Label(state);
@@ -73,8 +75,10 @@ void DspWindowInt16(benchmark::State& state) {
 void DspWindowFloat(benchmark::State& state) {
   Work& w = Prepared();
   const DspKernels& k = Kernels(state);
+  const double* taps[16];
+  kxmp3::RingTaps(w.ring, kxmp3::kSynthesisRingIndex[3], taps);
   for (auto _ : state) {
-    k.windowFloat(w.out, w.ring, kxmp3::kSynthesisRingIndex[3]);
+    k.windowFloat(w.out, taps);
     benchmark::ClobberMemory();
   }
   Label(state);
@@ -167,14 +171,15 @@ void DspDct32FourSlots(benchmark::State& state) {
   Work& w = Prepared();
   const DspKernels& k = Kernels(state);
   alignas(32) static double rows[kxmp3::kMaxDctSlotsPerCall * 64];
+  double* first = rows + 64 * (kxmp3::kMaxDctSlotsPerCall - 1);  // rows descend: slot t at first - 64 t
   alignas(16) double slot[32];
   for (auto _ : state) {
     if (k.dct32Slots != nullptr) {
-      for (uint32_t t = 0; t < 4;) t += k.dct32Slots(w.a, t, rows + 64 * t);
+      for (uint32_t t = 0; t < 4;) t += k.dct32Slots(w.a, t, first - 64 * t);
     } else {
       for (uint32_t t = 0; t < 4; ++t) {
         for (uint32_t sb = 0; sb < 32; ++sb) slot[sb] = (t & sb & 1) != 0 ? -w.a[18 * sb + t] : w.a[18 * sb + t];
-        k.dct32(slot, rows + 64 * t);
+        k.dct32(slot, first - 64 * t);
       }
     }
     benchmark::ClobberMemory();

@@ -2,7 +2,8 @@
 // information), appends its main data to the 4,096-byte reservoir ring, finds where
 // the frame's main data starts in the ring (main_data_begin bytes before the end of
 // what the earlier frames appended), and runs per granule and channel: scale
-// factors, Huffman decoding, requantisation and short-block reordering; then stereo;
+// factors, Huffman decoding with requantisation (one pass) and short-block
+// reordering; then stereo;
 // then per channel alias reduction, IMDCT with overlap-add and synthesis; then
 // muting and output. SkipFrame feeds the reservoir the same way but outputs silence.
 //
@@ -25,11 +26,10 @@
 #include "frame_index.h"
 #include "header_word.h"
 #include "frame_header.h"
-#include "huffman.h"
+#include "granule_spectrum.h"
 #include "imdct.h"
 #include "output.h"
 #include "reorder_alias.h"
-#include "requantise.h"
 #include "scale_factors.h"
 #include "side_info.h"
 #include "stereo.h"
@@ -48,7 +48,6 @@ constexpr uint32_t kMaxBytesPerSample = 8;
 struct alignas(16) GranuleScratch {
   double spectrum[2][kLinesPerGranule];
   alignas(16) uint8_t planar[2 * kLinesPerGranule * kMaxBytesPerSample];
-  uint32_t coded[kLinesPerGranule];
   ScaleFactors scalefactors[2];
 };
 
@@ -182,9 +181,14 @@ void PassGranule(EngineState& state, const FrameStart& f, uint32_t gr) {
   }
 }
 
-// Decodes one granule into the planar buffer of the scratch. Returns false when
-// Huffman decoding failed.
-bool DecodeGranule(EngineState& state, FrameStart& f, uint32_t gr, GranuleScratch& s, uint32_t outChannels) {
+// Decodes one granule and writes it to `destination` (granuleBytes). A two-channel
+// frame of a two-channel stream without de-emphasis is synthesised straight into the
+// destination, both channels at once and interleaved; every other frame goes through
+// the planar buffer of the scratch and OutputGranule (de-emphasis, a mono frame played
+// on both channels). A granule of a muted frame becomes silence either way. Returns
+// false when Huffman decoding failed.
+bool DecodeGranule(EngineState& state, FrameStart& f, uint32_t gr, GranuleScratch& s, uint32_t outChannels,
+                   uint8_t* destination) {
   const FrameHeader& h = f.header;
   const bool lsf = h.version != 0;
   GranuleInfo* gi[2] = {&f.side.gr[gr][0], &f.side.gr[gr][1]};
@@ -196,9 +200,9 @@ bool DecodeGranule(EngineState& state, FrameStart& f, uint32_t gr, GranuleScratc
     } else {
       ReadScaleFactorsMpeg1(state.reservoir, state.reservoirBitPos, s.scalefactors[ch], *gi[ch]);
     }
-    const int32_t n = DecodeSpectrum(s.coded, state.reservoir, state.reservoirBitPos, *gi[ch], part2Start, h.rate_code);
+    const int32_t n = DecodeGranuleSpectrum(s.spectrum[ch], state.reservoir, state.reservoirBitPos, *gi[ch],
+                                            s.scalefactors[ch], part2Start, h.rate_code);
     if (n < 0) return false;
-    Requantise(s.coded, s.spectrum[ch], s.scalefactors[ch], *gi[ch], h.rate_code, n);
     ReorderShortBlock(s.spectrum[ch], *gi[ch], h.rate_code);
   }
   if (f.channels == 2 && (f.midSide || f.intensity)) {
@@ -210,6 +214,15 @@ bool DecodeGranule(EngineState& state, FrameStart& f, uint32_t gr, GranuleScratc
   for (uint32_t ch = 0; ch < f.channels; ++ch) {
     AliasReduce(s.spectrum[ch], *gi[ch]);
     ImdctGranule(s.spectrum[ch], overlaps + ch * kLinesPerGranule, *gi[ch]);
+  }
+  const bool muted = state.muteCounter != 0;
+  if (f.channels == 2 && outChannels == 2 && state.emphasis == 0) {
+    SynthesizeStereoGranule(s.spectrum[0], s.spectrum[1], rings, rings + 1024, &state.ringPos[0], &state.ringPos[1],
+                            bps, destination);
+    if (muted) std::memset(destination, 0, state.granuleBytes);
+    return true;
+  }
+  for (uint32_t ch = 0; ch < f.channels; ++ch) {
     SynthesizeGranule(s.spectrum[ch], rings + ch * 1024, &state.ringPos[ch], bps,
                       s.planar + ch * kLinesPerGranule * bps);
   }
@@ -217,6 +230,8 @@ bool DecodeGranule(EngineState& state, FrameStart& f, uint32_t gr, GranuleScratc
   if (f.channels == 1 && outChannels == 2) {
     std::memcpy(s.planar + kLinesPerGranule * bps, s.planar, kLinesPerGranule * bps);
   }
+  if (muted) std::memset(s.planar, 0, state.granuleBytes);
+  OutputGranule(s.planar, outChannels, state, destination, bps, state.emphasis);
   return true;
 }
 
@@ -263,12 +278,8 @@ int32_t DecodeFrame(EngineState& state, Class_ZStream* stream, uint8_t* output, 
       if (state.muteCounter != 0 && gr == granules - 1) --state.muteCounter;
       continue;
     }
-    if (!DecodeGranule(state, f, gr, scratch, outChannels)) return -1;
-    if (state.muteCounter != 0) {
-      std::memset(scratch.planar, 0, state.granuleBytes);
-      if (gr == granules - 1) --state.muteCounter;
-    }
-    OutputGranule(scratch.planar, outChannels, state, output + gr * state.granuleBytes, bps, state.emphasis);
+    if (!DecodeGranule(state, f, gr, scratch, outChannels, output + gr * state.granuleBytes)) return -1;
+    if (state.muteCounter != 0 && gr == granules - 1) --state.muteCounter;
   }
   state.frameIndex[f.indexSlot].reservoirBitPos = state.reservoirBitPos;
   SetMade(made, state.frameBytes);

@@ -9,28 +9,32 @@ namespace kxmp3 {
 namespace {
 
 const DspKernels kScalar = {
-    "scalar",      Dct32Scalar,   nullptr, WindowInt16Scalar, WindowFloatScalar,     Imdct36Scalar,
-    Imdct12Scalar, nullptr,       AliasReduceScalar, MidSideScalar,   InterleaveFloatScalar,
+    "scalar",          Dct32Scalar,   nullptr,       nullptr, WindowInt16Scalar, WindowFloatScalar,
+    WindowStereoInt16Scalar, WindowStereoFloatScalar, Imdct36Scalar, Imdct12Scalar, nullptr,
+    AliasReduceScalar, MidSideScalar, InterleaveFloatScalar,
 };
 
 #if defined(__SSE2__)
 const DspKernels kSse2 = {
-    "sse2",      Dct32Sse2, nullptr,         WindowInt16Sse2, WindowFloatSse2,     Imdct36Sse2,
-    Imdct12Sse2, nullptr,   AliasReduceSse2, MidSideSse2,     InterleaveFloatSse2,
+    "sse2",          Dct32Sse2,   nullptr,     nullptr, WindowInt16Sse2, WindowFloatSse2,
+    WindowStereoInt16Sse2, WindowStereoFloatSse2, Imdct36Sse2, Imdct12Sse2, nullptr,
+    AliasReduceSse2, MidSideSse2, InterleaveFloatSse2,
 };
 #endif
 
 #if defined(KX_HAVE_AVX2_KERNELS)
 const DspKernels kAvx2 = {
-    "avx2",      Dct32Sse2,          Dct32SlotsAvx2,  WindowInt16Avx2, WindowFloatAvx2,     Imdct36Sse2,
-    Imdct12Sse2, HybridLongPairAvx2, AliasReduceSse2, MidSideSse2,     InterleaveFloatSse2,
+    "avx2",          Dct32Sse2,   Dct32SlotsAvx2, Dct32LastSlotsStereoAvx2, WindowInt16Avx2, WindowFloatAvx2,
+    WindowStereoInt16Avx2, WindowStereoFloatAvx2, Imdct36Sse2, Imdct12Sse2, HybridLongPairAvx2,
+    AliasReduceSse2, MidSideSse2, InterleaveFloatSse2,
 };
 #endif
 
 #if defined(KX_HAVE_AVX2_KERNELS) && defined(KX_HAVE_AVX512_KERNELS)
 const DspKernels kAvx512 = {
-    "avx512",    Dct32Sse2,          Dct32SlotsAvx2,  WindowInt16Avx512, WindowFloatAvx512,   Imdct36Sse2,
-    Imdct12Sse2, HybridLongPairAvx2, AliasReduceSse2, MidSideSse2,       InterleaveFloatSse2,
+    "avx512",        Dct32Sse2,   Dct32SlotsAvx512, Dct32LastSlotsStereoAvx2, WindowInt16Avx512, WindowFloatAvx512,
+    WindowStereoInt16Avx512, WindowStereoFloatAvx512, Imdct36Sse2, Imdct12Sse2, HybridLongPairAvx2,
+    AliasReduceAvx512, MidSideAvx512, InterleaveFloatSse2,
 };
 #endif
 
@@ -45,7 +49,7 @@ const DspKernels kAvx512 = {
 #endif
 }
 
-bool ProcessorRunsAvx2() {
+[[maybe_unused]] bool ProcessorRunsAvx2() {
 #if defined(KX_HAVE_AVX2_KERNELS)
   // Checks the processor's AVX2 bit and that the system saves the 256-bit registers.
   __builtin_cpu_init();

@@ -24,17 +24,30 @@ struct DspKernels {
   // Matrixing of several time slots of a granule-channel in one call, or null in a
   // table that does them one at a time through dct32. From slot `first` of `hybrid`
   // (subband sb, slot t at 18 sb + t; odd slots of odd subbands negated, as the
-  // synthesis gathers them), writes each slot's 64 values (dct32's v) as consecutive
-  // rows of 64 at `rows` (32-byte aligned, room for kMaxDctSlotsPerCall rows) and
+  // synthesis gathers them), writes each slot's 64 values (dct32's v) as a row of 64,
+  // newest below as on the ring: slot first + j at rows - 64 j (32-byte aligned; room
+  // for kMaxDctSlotsPerCall rows from rows - 64 (kMaxDctSlotsPerCall - 1) on), and
   // returns how many slots it did (at least 1, at most 18 - first).
   uint32_t (*dct32Slots)(const double* hybrid, uint32_t first, double* rows);
-  // Synthesis windowing: out[n] = sum over k = 0..15 of W[32 k + n] ring[indexRow[k] + n]
-  // for n = 0..31, the sum formed tap by tap from k = 0. The int16 variant uses the
-  // 16-bit window copy, rounds to nearest even and saturates (a sum outside the 32-bit
-  // range gives -32768); the float variant stores the sums unchanged. ring aligned;
-  // out aligned for the float variant.
-  void (*windowInt16)(int16_t* out, const double* ring, const uint32_t* indexRow);
-  void (*windowFloat)(double* out, const double* ring, const uint32_t* indexRow);
+  // The last two slots (16 and 17) of two granule-channels in one call, or null: each
+  // channel's two rows as dct32Slots writes them from first = 16 (slot 17's row at
+  // rows - 64). Tables that have it also have dct32Slots, and their dct32Slots reaches
+  // slot 16 exactly from slot 0.
+  void (*dct32LastSlotsStereo)(const double* hybrid0, const double* hybrid1, double* rows0, double* rows1);
+  // Synthesis windowing: out[n] = sum over k = 0..15 of W[32 k + n] taps[k][n] for
+  // n = 0..31, the sum formed tap by tap from k = 0; taps[k] points at the 32 ring
+  // values tap k reads (on the ring: ring + indexRow[k], see RingTaps). The int16
+  // variant uses the 16-bit window copy, rounds to nearest even and saturates (a sum
+  // outside the 32-bit range gives -32768); the float variant stores the sums
+  // unchanged. Taps aligned; out aligned for the float variant.
+  void (*windowInt16)(int16_t* out, const double* const* taps);
+  void (*windowFloat)(double* out, const double* const* taps);
+  // The windows of two channels at once (taps0 and taps1), written interleaved: frame
+  // n holds channel 0's output n, then channel 1's, as int16_t or double exactly as
+  // the one-channel variants give them. `out` may be at any byte address; taps
+  // aligned.
+  void (*windowStereoInt16)(void* out, const double* const* taps0, const double* const* taps1);
+  void (*windowStereoFloat)(void* out, const double* const* taps0, const double* const* taps1);
 
   // 36-point IMDCT of 18 lines (overwritten: the transform works in place on them),
   // windowed with one of the stored long windows, into out[36]. All aligned.
@@ -61,6 +74,9 @@ struct DspKernels {
 };
 
 constexpr uint32_t kMaxDctSlotsPerCall = 8;
+
+// The taps of a window on a ring: taps[k] = ring + indexRow[k] (synthesis.cpp).
+void RingTaps(const double* ring, const uint32_t* indexRow, const double* taps[16]);
 
 // The table chosen for this processor: the widest it supports (AVX-512, then AVX2,
 // where the build has those kernels and the processor and system support them), else
@@ -102,8 +118,10 @@ extern const ImdctConstants gImdctConstants;
 
 // Scalar references (defined beside their steps).
 void Dct32Scalar(const double* samples, double* v);
-void WindowInt16Scalar(int16_t* out, const double* ring, const uint32_t* indexRow);
-void WindowFloatScalar(double* out, const double* ring, const uint32_t* indexRow);
+void WindowInt16Scalar(int16_t* out, const double* const* taps);
+void WindowFloatScalar(double* out, const double* const* taps);
+void WindowStereoInt16Scalar(void* out, const double* const* taps0, const double* const* taps1);
+void WindowStereoFloatScalar(void* out, const double* const* taps0, const double* const* taps1);
 void Imdct36Scalar(double* lines, double* out, const double* window);
 void Imdct12Scalar(const double* lines, double* out);
 void AliasReduceScalar(double* upper, double* lower, uint32_t boundaries);
@@ -112,8 +130,10 @@ void InterleaveFloatScalar(double* dst, const double* planar);
 
 // SSE2 versions (defined in the *_sse2.cpp files; present when the build has SSE2).
 void Dct32Sse2(const double* samples, double* v);
-void WindowInt16Sse2(int16_t* out, const double* ring, const uint32_t* indexRow);
-void WindowFloatSse2(double* out, const double* ring, const uint32_t* indexRow);
+void WindowInt16Sse2(int16_t* out, const double* const* taps);
+void WindowFloatSse2(double* out, const double* const* taps);
+void WindowStereoInt16Sse2(void* out, const double* const* taps0, const double* const* taps1);
+void WindowStereoFloatSse2(void* out, const double* const* taps0, const double* const* taps1);
 void Imdct36Sse2(double* lines, double* out, const double* window);
 void Imdct12Sse2(const double* lines, double* out);
 void AliasReduceSse2(double* upper, double* lower, uint32_t boundaries);
@@ -124,14 +144,22 @@ void InterleaveFloatSse2(double* dst, const double* planar);
 // only where Avx2Kernels() is not null). Each gives bit-identical results to its SSE2
 // counterpart.
 uint32_t Dct32SlotsAvx2(const double* hybrid, uint32_t first, double* rows);
+void Dct32LastSlotsStereoAvx2(const double* hybrid0, const double* hybrid1, double* rows0, double* rows1);
 void HybridLongPairAvx2(double* subbands, double* overlap, const double* window);
-void WindowInt16Avx2(int16_t* out, const double* ring, const uint32_t* indexRow);
-void WindowFloatAvx2(double* out, const double* ring, const uint32_t* indexRow);
+void WindowInt16Avx2(int16_t* out, const double* const* taps);
+void WindowFloatAvx2(double* out, const double* const* taps);
+void WindowStereoInt16Avx2(void* out, const double* const* taps0, const double* const* taps1);
+void WindowStereoFloatAvx2(void* out, const double* const* taps0, const double* const* taps1);
 
 // AVX-512 versions (the *_avx512.cpp files, compiled for AVX-512F without FMA; run
 // only where Avx512Kernels() is not null), bit-identical to their SSE2 counterparts.
-void WindowInt16Avx512(int16_t* out, const double* ring, const uint32_t* indexRow);
-void WindowFloatAvx512(double* out, const double* ring, const uint32_t* indexRow);
+uint32_t Dct32SlotsAvx512(const double* hybrid, uint32_t first, double* rows);
+void WindowInt16Avx512(int16_t* out, const double* const* taps);
+void WindowFloatAvx512(double* out, const double* const* taps);
+void WindowStereoInt16Avx512(void* out, const double* const* taps0, const double* const* taps1);
+void WindowStereoFloatAvx512(void* out, const double* const* taps0, const double* const* taps1);
+void AliasReduceAvx512(double* upper, double* lower, uint32_t boundaries);
+void MidSideAvx512(double* left, double* right, uint32_t subbands);
 
 // The 16-bit conversion of one window sum, as the processor's conversion does it:
 // round to nearest with ties to even, a value outside the 32-bit range (or NaN)

@@ -65,13 +65,42 @@ constexpr uint16_t kLookupContinue = 0x8000;
 extern const HuffmanLookup* const kPairLookup;
 extern const HuffmanLookup* const kQuadLookup;
 
+// Look-up tables that give a whole pair, or a whole count1 quadruple, with its signs
+// in one access: entry v holds what decoding the `bits` bits of v (most significant
+// first) yields when the code word and the sign bits that follow it all lie within
+// them. Built from the code lists when the module is loaded.
+//   Pair entry of a table without linbits: bits 0-4 the bits used (code word and
+//                signs), bits 5-9 and 10-14 the coded values of x and y (2 x magnitude
+//                + sign).
+//   Pair entry of a table with linbits: bits 0-4 the code word's length, bits 5-8 x
+//                and bits 9-12 y (magnitudes); the extension of a 15 and the sign of
+//                each non-zero value follow the code word.
+//   Either kind is kSignedSlow instead when the code word (with its signs, without
+//                linbits) needs more than `bits` bits: such a pair is decoded through
+//                HuffmanLookup from the same position.
+//   Quad entry:  bits 0-3 the bits used, then the coded values of v, w, x and y in
+//                bits 4-5, 6-7, 8-9 and 10-11 (0, 2 or 3: magnitude 1 with its sign).
+// Tables without code words have bits 0 and no entries of use.
+struct HuffmanSignedLookup {
+  const uint16_t* entries;  // 2^bits entries
+  uint32_t bits;            // index width: the longest code word, + 2 signs without linbits
+                            // (pairs) or + 4 (quads), at most 11
+};
+constexpr uint16_t kSignedSlow = 0x8000;
+
+// By table_select and count1table_select, in step with kPairLookup and kQuadLookup.
+extern const HuffmanSignedLookup* const kPairSignedLookup;
+extern const HuffmanSignedLookup* const kQuadSignedLookup;
+
 // Decodes one granule-channel's big values and count1 part into `values` (576 coded
 // values). `part2Start` is the bit position before the scale factors; the Huffman
 // data ends at part2Start + part2_3_length, where the bit position is left whatever
 // was consumed. Returns the count of values that may be non-zero (0..576; the rest
 // are cleared) or -1.
 // Uses the look-up tables; DecodeSpectrumByTree is the same decoding walking the
-// trees bit by bit, kept as the reference the tests hold the fast one to.
+// trees bit by bit, kept as the reference the tests hold the fast one to. The decoder
+// itself decodes and requantises in one pass (granule_spectrum.h), held by the tests
+// to DecodeSpectrumByTree followed by Requantise.
 int32_t DecodeSpectrum(uint32_t* values, const uint8_t* reservoir, uint32_t& bitPos, const GranuleInfo& gi,
                        uint32_t part2Start, uint32_t rateCode);
 int32_t DecodeSpectrumByTree(uint32_t* values, const uint8_t* reservoir, uint32_t& bitPos, const GranuleInfo& gi,

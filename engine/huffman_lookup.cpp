@@ -3,6 +3,8 @@
 // is loaded: entry v is the tree walk on the bits of v, stopped at a leaf or after
 // `bits` bits (see huffman.h). Trees that tables share (0/4/14, 16..23, 24..31) share
 // one look-up table. huffman_lookup_test.cpp walks every code word through both.
+// Beside them, the signed tables that give a whole pair or count1 quadruple with its
+// signs in one access, built from the code lists.
 #include <cstddef>
 
 #include "huffman.h"
@@ -68,9 +70,118 @@ bool BuildAll() {
 // The trees are constant data, so this start-up initialiser can read them.
 const bool gLookupsBuilt = BuildAll();
 
+// ---- Signed look-up tables: a pair or quadruple with its signs in one access ----
+
+constexpr uint32_t kMaxSignedBits = 11;
+// Room for every distinct code list's table: 15 pair lists and 2 count1 lists of at
+// most 2^11 entries each, and one entry for the tables without code words.
+constexpr size_t kSignedStorageEntries = 17 * (size_t{1} << kMaxSignedBits) + 1;
+
+struct SignedSet {
+  HuffmanSignedLookup pair[32];
+  HuffmanSignedLookup quad[2];
+  const uint16_t* listOf[32];  // the code list each pair table was built from
+  uint16_t storage[kSignedStorageEntries];
+  size_t used = 0;
+};
+
+uint32_t LongestCode(const HuffmanCodeList& l) {
+  uint32_t longest = 0;
+  for (uint32_t i = 0; i < l.count; ++i) longest = l.lengths[i] > longest ? l.lengths[i] : longest;
+  return longest;
+}
+
+// Writes `entry` at every index that starts with the `length` bits of `prefix`.
+void Claim(uint16_t* entries, uint32_t bits, uint32_t prefix, uint32_t length, uint16_t entry) {
+  const uint32_t first = prefix << (bits - length);
+  for (uint32_t v = first; v < first + (1u << (bits - length)); ++v) entries[v] = entry;
+}
+
+HuffmanSignedLookup BuildSignedPair(SignedSet& set, uint32_t table) {
+  const HuffmanCodeList l = PairCodeList(table);
+  if (l.count == 0) {
+    // No code words: (0, 0) without reading a bit (decoders test bits == 0 first).
+    return {set.storage + kSignedStorageEntries - 1, 0};
+  }
+  for (uint32_t t = 0; t < table; ++t) {
+    if (set.listOf[t] == l.codes) return set.pair[t];
+  }
+  set.listOf[table] = l.codes;
+  const bool linbits = kPairTables[table].linbits != 0;
+  const uint32_t longest = LongestCode(l) + (linbits ? 0 : 2);
+  const uint32_t bits = longest < kMaxSignedBits ? longest : kMaxSignedBits;
+  uint16_t* entries = set.storage + set.used;
+  set.used += size_t{1} << bits;
+  for (uint32_t v = 0; v < (1u << bits); ++v) entries[v] = kSignedSlow;
+  for (uint32_t i = 0; i < l.count; ++i) {
+    const uint32_t x = i / l.width;
+    const uint32_t y = i % l.width;
+    if (linbits) {
+      // A table with linbits: the code word's length and the magnitudes; the
+      // extensions of a 15 and the signs follow the code word.
+      const uint32_t length = l.lengths[i];
+      if (length <= bits) {
+        Claim(entries, bits, l.codes[i], length, static_cast<uint16_t>(length | (x << 5) | (y << 9)));
+      }
+      continue;
+    }
+    const uint32_t signs = (x != 0 ? 1u : 0u) + (y != 0 ? 1u : 0u);
+    const uint32_t length = l.lengths[i] + signs;
+    if (length > bits) continue;
+    for (uint32_t s = 0; s < (1u << signs); ++s) {
+      // The sign of x (when x is not 0) comes first, then the sign of y.
+      const uint32_t signX = x != 0 ? (s >> (signs - 1)) & 1 : 0;
+      const uint32_t signY = y != 0 ? s & 1 : 0;
+      const uint32_t codedX = x != 0 ? 2 * x + signX : 0;
+      const uint32_t codedY = y != 0 ? 2 * y + signY : 0;
+      Claim(entries, bits, (uint32_t{l.codes[i]} << signs) | s, length,
+            static_cast<uint16_t>(length | (codedX << 5) | (codedY << 10)));
+    }
+  }
+  return {entries, bits};
+}
+
+HuffmanSignedLookup BuildSignedQuad(SignedSet& set, uint32_t table) {
+  const HuffmanCodeList l = QuadCodeList(table);
+  const uint32_t bits = LongestCode(l) + 4;
+  uint16_t* entries = set.storage + set.used;
+  set.used += size_t{1} << bits;
+  for (uint32_t v = 0; v < (1u << bits); ++v) entries[v] = kSignedSlow;
+  for (uint32_t flags = 0; flags < 16; ++flags) {
+    const uint32_t signs = static_cast<uint32_t>(__builtin_popcount(flags));
+    const uint32_t length = l.lengths[flags] + signs;
+    for (uint32_t s = 0; s < (1u << signs); ++s) {
+      // Signs in the order v, w, x, y of the values whose flag is set.
+      uint32_t entry = length;
+      uint32_t next = signs;
+      for (uint32_t k = 0; k < 4; ++k) {
+        if (((flags >> (3 - k)) & 1) == 0) continue;
+        --next;
+        entry |= (2 + ((s >> next) & 1)) << (4 + 2 * k);
+      }
+      Claim(entries, bits, (uint32_t{l.codes[flags]} << signs) | s, length, static_cast<uint16_t>(entry));
+    }
+  }
+  return {entries, bits};
+}
+
+SignedSet gSigned;  // zero until the start-up initialiser below fills it
+
+bool BuildAllSigned() {
+  gSigned.storage[kSignedStorageEntries - 1] = 0;
+  for (uint32_t t = 0; t < 32; ++t) gSigned.pair[t] = BuildSignedPair(gSigned, t);
+  for (uint32_t t = 0; t < 2; ++t) gSigned.quad[t] = BuildSignedQuad(gSigned, t);
+  return true;
+}
+
+// The code lists are constant data, so this start-up initialiser can read them.
+const bool gSignedBuilt = BuildAllSigned();
+
 }  // namespace
 
 const HuffmanLookup* const kPairLookup = gLookups.pair;
 const HuffmanLookup* const kQuadLookup = gLookups.quad;
+const HuffmanSignedLookup* const kPairSignedLookup = gSigned.pair;
+const HuffmanSignedLookup* const kQuadSignedLookup = gSigned.quad;
 
 }  // namespace kxmp3

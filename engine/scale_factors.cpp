@@ -12,8 +12,24 @@ namespace kxmp3 {
 
 namespace {
 
+// `count` values of `bits` bits each (0 reads nothing and gives zeros), taken from
+// one 64-bit look at the ring for as many values as its 57 sure bits hold.
 void ReadRun(const uint8_t* reservoir, uint32_t& bitPos, uint32_t* dst, uint32_t count, uint32_t bits) {
-  for (uint32_t i = 0; i < count; ++i) dst[i] = GetBits(reservoir, bitPos, bits);
+  if (bits == 0) {
+    for (uint32_t i = 0; i < count; ++i) dst[i] = 0;
+    return;
+  }
+  const uint32_t perLook = 57 / bits;
+  uint32_t i = 0;
+  while (i < count) {
+    uint64_t window = PeekBits64(reservoir, bitPos);
+    const uint32_t stop = count - i > perLook ? i + perLook : count;
+    bitPos += (stop - i) * bits;
+    for (; i < stop; ++i) {
+      dst[i] = static_cast<uint32_t>(window >> (64 - bits));
+      window <<= bits;
+    }
+  }
 }
 
 void Zero(uint32_t* dst, uint32_t count) {

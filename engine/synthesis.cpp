@@ -1,7 +1,9 @@
-// Polyphase synthesis of one granule-channel: per time slot the 32 subband samples are
-// matrixed into 64 new values of the channel's 1,024-value ring, and the window turns
-// 16 taps of the ring into 32 PCM samples. Holds the scalar references of the fast
-// 32-point DCT and of the two window kernels.
+// Polyphase synthesis of one granule-channel, or of both channels of a granule at once
+// (written interleaved): per time slot the 32 subband samples are matrixed into 64 new
+// values of the channel's 1,024-value ring, and the window turns 16 taps of the ring
+// into 32 PCM samples. A granule's new rows go to an aligned block of their own
+// before they go to the ring (see GranuleRows below). Holds the scalar references of the fast 32-point DCT
+// and of the window kernels.
 //
 // The matrixing v[i] = sum_k cos((16 + i)(2 k + 1) pi / 64) s[k] is a 32-point DCT-II
 // X[m] = sum_k cos(m (2 k + 1) pi / 64) s[k] read out with its symmetries:
@@ -86,20 +88,41 @@ int16_t ConvertSampleToInt16(double sum) {
 
 namespace {
 
-inline double WindowSum(const double* window, const double* ring, const uint32_t* indexRow, int n) {
-  double acc = window[n] * ring[indexRow[0] + n];
-  for (int k = 1; k < 16; ++k) acc = acc + window[32 * k + n] * ring[indexRow[k] + n];
+inline double WindowSum(const double* window, const double* const* taps, int n) {
+  double acc = window[n] * taps[0][n];
+  for (int k = 1; k < 16; ++k) acc = acc + window[32 * k + n] * taps[k][n];
   return acc;
 }
 
 }  // namespace
 
-void WindowInt16Scalar(int16_t* out, const double* ring, const uint32_t* indexRow) {
-  for (int n = 0; n < 32; ++n) out[n] = ConvertSampleToInt16(WindowSum(gTables.synthWindowInt16, ring, indexRow, n));
+void RingTaps(const double* ring, const uint32_t* indexRow, const double* taps[16]) {
+  for (int k = 0; k < 16; ++k) taps[k] = ring + indexRow[k];
 }
 
-void WindowFloatScalar(double* out, const double* ring, const uint32_t* indexRow) {
-  for (int n = 0; n < 32; ++n) out[n] = WindowSum(gTables.synthWindowFloat, ring, indexRow, n);
+void WindowInt16Scalar(int16_t* out, const double* const* taps) {
+  for (int n = 0; n < 32; ++n) out[n] = ConvertSampleToInt16(WindowSum(gTables.synthWindowInt16, taps, n));
+}
+
+void WindowFloatScalar(double* out, const double* const* taps) {
+  for (int n = 0; n < 32; ++n) out[n] = WindowSum(gTables.synthWindowFloat, taps, n);
+}
+
+void WindowStereoInt16Scalar(void* out, const double* const* taps0, const double* const* taps1) {
+  uint8_t* dst = static_cast<uint8_t*>(out);
+  for (int n = 0; n < 32; ++n) {
+    const int16_t frame[2] = {ConvertSampleToInt16(WindowSum(gTables.synthWindowInt16, taps0, n)),
+                              ConvertSampleToInt16(WindowSum(gTables.synthWindowInt16, taps1, n))};
+    std::memcpy(dst + 4 * n, frame, sizeof(frame));
+  }
+}
+
+void WindowStereoFloatScalar(void* out, const double* const* taps0, const double* const* taps1) {
+  uint8_t* dst = static_cast<uint8_t*>(out);
+  for (int n = 0; n < 32; ++n) {
+    const double frame[2] = {WindowSum(gTables.synthWindowFloat, taps0, n), WindowSum(gTables.synthWindowFloat, taps1, n)};
+    std::memcpy(dst + 16 * n, frame, sizeof(frame));
+  }
 }
 
 void SynthesizeSlot(const double* samples, double* ring, uint32_t* position, uint32_t bytesPerSample, void* out) {
@@ -107,51 +130,118 @@ void SynthesizeSlot(const double* samples, double* ring, uint32_t* position, uin
   const uint32_t pos = (*position - 64) & (kSynthesisRingSize - 1);
   *position = pos;
   k.dct32(samples, ring + pos);
-  const uint32_t* row = kSynthesisRingIndex[pos / 64];
+  const double* taps[16];
+  RingTaps(ring, kSynthesisRingIndex[pos / 64], taps);
   if (bytesPerSample == 2) {
-    k.windowInt16(static_cast<int16_t*>(out), ring, row);
+    k.windowInt16(static_cast<int16_t*>(out), taps);
   } else {
-    k.windowFloat(static_cast<double*>(out), ring, row);
+    k.windowFloat(static_cast<double*>(out), taps);
   }
 }
 
-void SynthesizeGranule(const double* hybrid, double* ring, uint32_t* position, uint32_t bytesPerSample, void* out) {
-  const uint32_t sampleBytes = bytesPerSample == 2 ? 2 : 8;
-  uint8_t* dst = static_cast<uint8_t*>(out);
+namespace {
+
+// A granule's 18 new rows are written to a 64-byte aligned linear block, newest first
+// (row 17 - t holds slot t), straight from the matrixing; slot t's window reads, for
+// tap k, the row of slot t - k: in the block while t - k >= 0, else on the ring, where
+// the 15 slots before the granule are (slot -j at position + 64 (j - 1)). So no window
+// waits for a row written just before it, the new rows' loads never straddle cache
+// lines whatever the ring's own alignment, and the ring is read in place. Afterwards
+// the 16 newest rows go to the ring at the positions its slots take, as at most two
+// contiguous blocks.
+constexpr uint32_t kNewestRow = kLinesPerSubband - 1;  // the row of slot 0 is 17
+
+struct alignas(64) GranuleRows {
+  double row[kLinesPerSubband][64];
+};
+
+// The taps of slot t's window.
+void SlotTaps(const GranuleRows& rows, const double* ring, uint32_t position, uint32_t t, const double* taps[16]) {
+  for (uint32_t k = 0; k < 16; ++k) {
+    const uint32_t half = 32 * (k & 1);
+    taps[k] = k <= t ? rows.row[kNewestRow - t + k] + half
+                     : ring + ((position + 64 * (k - t - 1)) & (kSynthesisRingSize - 1)) + half;
+  }
+}
+
+// The granule's rows into the ring at the positions its slots take (slots 0 and 1
+// would be overwritten by slots 16 and 17), and the ring position moved on by 18
+// slots.
+void StoreRows(const GranuleRows& rows, double* ring, uint32_t* position) {
+  const uint32_t newest = (*position - 64 * kLinesPerSubband) & (kSynthesisRingSize - 1);
+  const uint32_t first = kSynthesisRingSize - newest;
+  std::memcpy(ring + newest, rows.row[0], first * sizeof(double));
+  std::memcpy(ring, rows.row[0] + first, newest * sizeof(double));
+  *position = newest;
+}
+
+// The matrixing of the granule's 18 slots into their rows.
+void MatrixGranule(const double* hybrid, GranuleRows& lin) {
   const DspKernels& k = Dsp();
   if (k.dct32Slots != nullptr) {
-    // Several slots matrixed at once; each slot's values enter the ring just before
-    // its window, since the window of a slot still reads the ring row that the next
-    // slot's values replace.
-    alignas(32) double rows[kMaxDctSlotsPerCall * 64];
-    for (uint32_t t = 0; t < kLinesPerSubband;) {
-      const uint32_t n = k.dct32Slots(hybrid, t, rows);
-      for (uint32_t j = 0; j < n; ++j, ++t) {
-        const uint32_t pos = (*position - 64) & (kSynthesisRingSize - 1);
-        *position = pos;
-        std::memcpy(ring + pos, rows + 64 * j, 64 * sizeof(double));
-        const uint32_t* row = kSynthesisRingIndex[pos / 64];
-        if (bytesPerSample == 2) {
-          k.windowInt16(reinterpret_cast<int16_t*>(dst + t * kSubbands * 2), ring, row);
-        } else {
-          k.windowFloat(reinterpret_cast<double*>(dst + t * kSubbands * 8), ring, row);
-        }
-      }
-    }
+    for (uint32_t t = 0; t < kLinesPerSubband;) t += k.dct32Slots(hybrid, t, lin.row[kNewestRow - t]);
     return;
   }
   alignas(16) double slot[kSubbands];
   for (uint32_t t = 0; t < kLinesPerSubband; t += 2) {
     for (uint32_t sb = 0; sb < kSubbands; ++sb) slot[sb] = hybrid[kLinesPerSubband * sb + t];
-    SynthesizeSlot(slot, ring, position, bytesPerSample, dst + t * kSubbands * sampleBytes);
+    k.dct32(slot, lin.row[kNewestRow - t]);
     // Odd time slots of odd subbands are negated: the frequency inversion of the
     // hybrid filterbank, done here in the gather.
     for (uint32_t sb = 0; sb < kSubbands; sb += 2) {
       slot[sb] = hybrid[kLinesPerSubband * sb + t + 1];
       slot[sb + 1] = -hybrid[kLinesPerSubband * (sb + 1) + t + 1];
     }
-    SynthesizeSlot(slot, ring, position, bytesPerSample, dst + (t + 1) * kSubbands * sampleBytes);
+    k.dct32(slot, lin.row[kNewestRow - t - 1]);
   }
+}
+
+}  // namespace
+
+void SynthesizeGranule(const double* hybrid, double* ring, uint32_t* position, uint32_t bytesPerSample, void* out) {
+  const DspKernels& k = Dsp();
+  GranuleRows rows;
+  MatrixGranule(hybrid, rows);
+  uint8_t* dst = static_cast<uint8_t*>(out);
+  for (uint32_t t = 0; t < kLinesPerSubband; ++t) {
+    const double* taps[16];
+    SlotTaps(rows, ring, *position, t, taps);
+    if (bytesPerSample == 2) {
+      k.windowInt16(reinterpret_cast<int16_t*>(dst + t * kSubbands * 2), taps);
+    } else {
+      k.windowFloat(reinterpret_cast<double*>(dst + t * kSubbands * 8), taps);
+    }
+  }
+  StoreRows(rows, ring, position);
+}
+
+void SynthesizeStereoGranule(const double* hybrid0, const double* hybrid1, double* ring0, double* ring1,
+                             uint32_t* position0, uint32_t* position1, uint32_t bytesPerSample, void* out) {
+  const DspKernels& k = Dsp();
+  GranuleRows rows[2];
+  if (k.dct32LastSlotsStereo != nullptr) {
+    // Slots 0..15 of each channel, then the last two slots of both in one call.
+    for (uint32_t t = 0; t < 16;) t += k.dct32Slots(hybrid0, t, rows[0].row[kNewestRow - t]);
+    for (uint32_t t = 0; t < 16;) t += k.dct32Slots(hybrid1, t, rows[1].row[kNewestRow - t]);
+    k.dct32LastSlotsStereo(hybrid0, hybrid1, rows[0].row[kNewestRow - 16], rows[1].row[kNewestRow - 16]);
+  } else {
+    MatrixGranule(hybrid0, rows[0]);
+    MatrixGranule(hybrid1, rows[1]);
+  }
+  uint8_t* dst = static_cast<uint8_t*>(out);
+  for (uint32_t t = 0; t < kLinesPerSubband; ++t) {
+    const double* taps0[16];
+    const double* taps1[16];
+    SlotTaps(rows[0], ring0, *position0, t, taps0);
+    SlotTaps(rows[1], ring1, *position1, t, taps1);
+    if (bytesPerSample == 2) {
+      k.windowStereoInt16(dst + t * kSubbands * 4, taps0, taps1);
+    } else {
+      k.windowStereoFloat(dst + t * kSubbands * 16, taps0, taps1);
+    }
+  }
+  StoreRows(rows[0], ring0, position0);
+  StoreRows(rows[1], ring1, position1);
 }
 
 }  // namespace kxmp3

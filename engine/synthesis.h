@@ -13,6 +13,13 @@ namespace kxmp3 {
 // full scale +-1.0, never clipped).
 void SynthesizeGranule(const double* hybrid, double* ring, uint32_t* position, uint32_t bytesPerSample, void* out);
 
+// The same for the two channels of a two-channel stream at once, written interleaved
+// (channel 0, channel 1, frame by frame) to `out`, which may be at any byte address:
+// 576 frames of int16_t (bytesPerSample 2) or double (8). Each channel's samples are
+// those SynthesizeGranule gives.
+void SynthesizeStereoGranule(const double* hybrid0, const double* hybrid1, double* ring0, double* ring1,
+                             uint32_t* position0, uint32_t* position1, uint32_t bytesPerSample, void* out);
+
 // One time slot of one channel: position = (position - 64) mod 1024, 64 new ring values
 // from the 32 subband samples (16-byte aligned), then 32 output samples (int16_t or
 // double by bytesPerSample) at `out`.

@@ -17,13 +17,14 @@
 
 #include <immintrin.h>
 
+#include "dct32_lanes.h"
 #include "tables.h"
 
 namespace kxmp3 {
 
 namespace {
 
-// ---- Matrixing, one slot per lane ----
+// ---- Matrixing, one slot per lane (dct32_lanes.h) ----
 
 // The operations of one vector width: V is __m256d (four slots) or __m128d (two).
 struct Ops256 {
@@ -32,6 +33,8 @@ struct Ops256 {
   static V Sub(V a, V b) { return _mm256_sub_pd(a, b); }
   static V Mul(V a, V b) { return _mm256_mul_pd(a, b); }
   static V Set1(double a) { return _mm256_set1_pd(a); }
+  static V Zero() { return _mm256_setzero_pd(); }
+  static V Neg(V a) { return _mm256_xor_pd(a, _mm256_set1_pd(-0.0)); }
 };
 struct Ops128 {
   using V = __m128d;
@@ -39,87 +42,42 @@ struct Ops128 {
   static V Sub(V a, V b) { return _mm_sub_pd(a, b); }
   static V Mul(V a, V b) { return _mm_mul_pd(a, b); }
   static V Set1(double a) { return _mm_set1_pd(a); }
+  static V Zero() { return _mm_setzero_pd(); }
+  static V Neg(V a) { return _mm_xor_pd(a, _mm_set1_pd(-0.0)); }
 };
 
-// One halving stage over all blocks of size n, as the scalar reference does it.
-template <class O>
-inline void Halve(const typename O::V* in, typename O::V* out, int n, const double* factors) {
-  for (int g = 0; g < 32; g += n) {
-    for (int k = 0; k < n / 2; ++k) {
-      const typename O::V lo = in[g + k];
-      const typename O::V hi = in[g + n - 1 - k];
-      out[g + k] = O::Add(lo, hi);
-      out[g + n / 2 + k] = O::Mul(O::Sub(lo, hi), O::Set1(factors[k]));
-    }
-  }
-}
-
-// One recombination stage over all blocks of size n, as the scalar reference does it.
-template <class O>
-inline void Recombine(const typename O::V* in, typename O::V* out, int n) {
-  for (int g = 0; g < 32; g += n) {
-    const typename O::V* a = in + g;
-    const typename O::V* b = in + g + n / 2;
-    for (int m = 0; m < n / 2 - 1; ++m) {
-      out[g + 2 * m] = a[m];
-      out[g + 2 * m + 1] = O::Add(b[m], b[m + 1]);
-    }
-    out[g + n - 2] = a[n / 2 - 1];
-    out[g + n - 1] = b[n / 2 - 1];
-  }
-}
-
-// The 32-point DCT of the reference on p (32 vectors, overwritten); X ends in q.
-template <class O>
-inline void Dct32Lanes(typename O::V* p, typename O::V* q) {
-  const DecoderTables& t = gTables;
-  Halve<O>(p, q, 32, t.dct32Factors);
-  Halve<O>(q, p, 16, t.dct16Factors);
-  Halve<O>(p, q, 8, t.dct8Factors);
-  Halve<O>(q, p, 4, t.dct4Factors);
-  Halve<O>(p, q, 2, t.dct2Factor);
-  Recombine<O>(q, p, 4);
-  Recombine<O>(p, q, 8);
-  Recombine<O>(q, p, 16);
-  Recombine<O>(p, q, 32);
-}
-
-// v[0..63] of the reference from X, still one slot per lane:
-// v[0..15] = X[16..31], v[16] = 0, v[17..47] = -X[31..1], v[48..63] = -X[0..15].
-template <class V, class NegFn>
-inline void RingValues(const V* x, V* v, V zero, NegFn neg) {
-  for (int i = 0; i < 16; ++i) v[i] = x[16 + i];
-  v[16] = zero;
-  for (int i = 17; i < 48; ++i) v[i] = neg(x[48 - i]);
-  for (int i = 48; i < 64; ++i) v[i] = neg(x[i - 48]);
-}
-
-// Four slots first..first+3: gather (odd slots of odd subbands negated), DCT, and the
-// 64 ring values of each slot as a row of `rows` (4 x 64).
-void Dct32FourSlots(const double* hybrid, uint32_t first, double* rows) {
+// Four slots, one per lane: `gather(sb)` gives subband sb of the four (odd slots of
+// odd subbands negated: lanes 1 and 3 are odd slots), then the DCT, and the 64 ring
+// values of lane j as the row at rows[j].
+template <class Gather>
+inline void Dct32FourLanes(Gather gather, double* const rows[4]) {
   alignas(32) __m256d p[32];
-  // first is even: lanes 1 and 3 are the odd slots.
   const __m256d oddSlots = _mm256_set_pd(-0.0, 0.0, -0.0, 0.0);
   for (int sb = 0; sb < 32; ++sb) {
-    const __m256d s = _mm256_loadu_pd(hybrid + 18 * sb + first);
+    const __m256d s = gather(sb);
     p[sb] = (sb & 1) != 0 ? _mm256_xor_pd(s, oddSlots) : s;
   }
   alignas(32) __m256d x[32];
   Dct32Lanes<Ops256>(p, x);
   alignas(32) __m256d v[64];
-  const __m256d sign = _mm256_set1_pd(-0.0);
-  RingValues(x, v, _mm256_setzero_pd(), [sign](__m256d a) { return _mm256_xor_pd(a, sign); });
+  RingValuesLanes<Ops256>(x, v);
   // Four values of four slots at a time: a 4 x 4 transpose.
   for (int i = 0; i < 64; i += 4) {
     const __m256d t0 = _mm256_unpacklo_pd(v[i], v[i + 1]);
     const __m256d t1 = _mm256_unpackhi_pd(v[i], v[i + 1]);
     const __m256d t2 = _mm256_unpacklo_pd(v[i + 2], v[i + 3]);
     const __m256d t3 = _mm256_unpackhi_pd(v[i + 2], v[i + 3]);
-    _mm256_store_pd(rows + i, _mm256_permute2f128_pd(t0, t2, 0x20));
-    _mm256_store_pd(rows + 64 + i, _mm256_permute2f128_pd(t1, t3, 0x20));
-    _mm256_store_pd(rows + 128 + i, _mm256_permute2f128_pd(t0, t2, 0x31));
-    _mm256_store_pd(rows + 192 + i, _mm256_permute2f128_pd(t1, t3, 0x31));
+    _mm256_store_pd(rows[0] + i, _mm256_permute2f128_pd(t0, t2, 0x20));
+    _mm256_store_pd(rows[1] + i, _mm256_permute2f128_pd(t1, t3, 0x20));
+    _mm256_store_pd(rows[2] + i, _mm256_permute2f128_pd(t0, t2, 0x31));
+    _mm256_store_pd(rows[3] + i, _mm256_permute2f128_pd(t1, t3, 0x31));
   }
+}
+
+// Four slots first..first+3 (first even): slot first + s at rows - 64 s.
+void Dct32FourSlots(const double* hybrid, uint32_t first, double* rows) {
+  double* const out[4] = {rows, rows - 64, rows - 128, rows - 192};
+  Dct32FourLanes([hybrid, first](int sb) { return _mm256_loadu_pd(hybrid + 18 * sb + first); }, out);
 }
 
 // Two slots first, first + 1 (first even: lane 1 is the odd slot).
@@ -133,11 +91,10 @@ void Dct32TwoSlots(const double* hybrid, uint32_t first, double* rows) {
   alignas(16) __m128d x[32];
   Dct32Lanes<Ops128>(p, x);
   alignas(16) __m128d v[64];
-  const __m128d sign = _mm_set1_pd(-0.0);
-  RingValues(x, v, _mm_setzero_pd(), [sign](__m128d a) { return _mm_xor_pd(a, sign); });
+  RingValuesLanes<Ops128>(x, v);
   for (int i = 0; i < 64; i += 2) {
     _mm_store_pd(rows + i, _mm_unpacklo_pd(v[i], v[i + 1]));
-    _mm_store_pd(rows + 64 + i, _mm_unpackhi_pd(v[i], v[i + 1]));
+    _mm_store_pd(rows - 64 + i, _mm_unpackhi_pd(v[i], v[i + 1]));
   }
 }
 
@@ -147,8 +104,8 @@ void Dct32TwoSlots(const double* hybrid, uint32_t first, double* rows) {
 // `store` as (sums of outputs 0..3, ..., sums of outputs 28..31). Named registers
 // rather than an array, so that the compiler keeps them out of memory.
 template <class Store>
-inline void WindowSums32(const double* window, const double* ring, const uint32_t* row, Store store) {
-  const double* r = ring + row[0];
+inline void WindowSums32(const double* window, const double* const* taps, Store store) {
+  const double* r = taps[0];
   __m256d a0 = _mm256_mul_pd(_mm256_load_pd(window + 0), _mm256_loadu_pd(r + 0));
   __m256d a1 = _mm256_mul_pd(_mm256_load_pd(window + 4), _mm256_loadu_pd(r + 4));
   __m256d a2 = _mm256_mul_pd(_mm256_load_pd(window + 8), _mm256_loadu_pd(r + 8));
@@ -159,7 +116,7 @@ inline void WindowSums32(const double* window, const double* ring, const uint32_
   __m256d a7 = _mm256_mul_pd(_mm256_load_pd(window + 28), _mm256_loadu_pd(r + 28));
   for (int k = 1; k < 16; ++k) {
     const double* w = window + 32 * k;
-    r = ring + row[k];
+    r = taps[k];
     a0 = _mm256_add_pd(a0, _mm256_mul_pd(_mm256_load_pd(w + 0), _mm256_loadu_pd(r + 0)));
     a1 = _mm256_add_pd(a1, _mm256_mul_pd(_mm256_load_pd(w + 4), _mm256_loadu_pd(r + 4)));
     a2 = _mm256_add_pd(a2, _mm256_mul_pd(_mm256_load_pd(w + 8), _mm256_loadu_pd(r + 8)));
@@ -170,6 +127,41 @@ inline void WindowSums32(const double* window, const double* ring, const uint32_
     a7 = _mm256_add_pd(a7, _mm256_mul_pd(_mm256_load_pd(w + 28), _mm256_loadu_pd(r + 28)));
   }
   store(a0, a1, a2, a3, a4, a5, a6, a7);
+}
+
+// Window sums of outputs n..n+15 of two channels in four registers each, tap by tap
+// from k = 0, each window register loaded once for both channels; handed to `store`
+// as (channel 0's four registers, channel 1's four registers).
+template <class Store>
+inline void StereoWindowSums16(const double* window, const double* const* taps0, const double* const* taps1, int n,
+                               Store store) {
+  const double* w = window + n;
+  const double* r0 = taps0[0] + n;
+  const double* r1 = taps1[0] + n;
+  __m256d w0 = _mm256_load_pd(w + 0), w1 = _mm256_load_pd(w + 4);
+  __m256d w2 = _mm256_load_pd(w + 8), w3 = _mm256_load_pd(w + 12);
+  __m256d a0 = _mm256_mul_pd(w0, _mm256_loadu_pd(r0 + 0)), b0 = _mm256_mul_pd(w0, _mm256_loadu_pd(r1 + 0));
+  __m256d a1 = _mm256_mul_pd(w1, _mm256_loadu_pd(r0 + 4)), b1 = _mm256_mul_pd(w1, _mm256_loadu_pd(r1 + 4));
+  __m256d a2 = _mm256_mul_pd(w2, _mm256_loadu_pd(r0 + 8)), b2 = _mm256_mul_pd(w2, _mm256_loadu_pd(r1 + 8));
+  __m256d a3 = _mm256_mul_pd(w3, _mm256_loadu_pd(r0 + 12)), b3 = _mm256_mul_pd(w3, _mm256_loadu_pd(r1 + 12));
+  for (int k = 1; k < 16; ++k) {
+    w = window + 32 * k + n;
+    r0 = taps0[k] + n;
+    r1 = taps1[k] + n;
+    w0 = _mm256_load_pd(w + 0);
+    w1 = _mm256_load_pd(w + 4);
+    w2 = _mm256_load_pd(w + 8);
+    w3 = _mm256_load_pd(w + 12);
+    a0 = _mm256_add_pd(a0, _mm256_mul_pd(w0, _mm256_loadu_pd(r0 + 0)));
+    b0 = _mm256_add_pd(b0, _mm256_mul_pd(w0, _mm256_loadu_pd(r1 + 0)));
+    a1 = _mm256_add_pd(a1, _mm256_mul_pd(w1, _mm256_loadu_pd(r0 + 4)));
+    b1 = _mm256_add_pd(b1, _mm256_mul_pd(w1, _mm256_loadu_pd(r1 + 4)));
+    a2 = _mm256_add_pd(a2, _mm256_mul_pd(w2, _mm256_loadu_pd(r0 + 8)));
+    b2 = _mm256_add_pd(b2, _mm256_mul_pd(w2, _mm256_loadu_pd(r1 + 8)));
+    a3 = _mm256_add_pd(a3, _mm256_mul_pd(w3, _mm256_loadu_pd(r0 + 12)));
+    b3 = _mm256_add_pd(b3, _mm256_mul_pd(w3, _mm256_loadu_pd(r1 + 12)));
+  }
+  store(a0, a1, a2, a3, b0, b1, b2, b3);
 }
 
 }  // namespace
@@ -183,8 +175,18 @@ uint32_t Dct32SlotsAvx2(const double* hybrid, uint32_t first, double* rows) {
   return 2;
 }
 
-void WindowInt16Avx2(int16_t* out, const double* ring, const uint32_t* indexRow) {
-  WindowSums32(gTables.synthWindowInt16, ring, indexRow,
+void Dct32LastSlotsStereoAvx2(const double* hybrid0, const double* hybrid1, double* rows0, double* rows1) {
+  double* const out[4] = {rows0, rows0 - 64, rows1, rows1 - 64};
+  Dct32FourLanes(
+      [hybrid0, hybrid1](int sb) {
+        return _mm256_insertf128_pd(_mm256_castpd128_pd256(_mm_loadu_pd(hybrid0 + 18 * sb + 16)),
+                                    _mm_loadu_pd(hybrid1 + 18 * sb + 16), 1);
+      },
+      out);
+}
+
+void WindowInt16Avx2(int16_t* out, const double* const* taps) {
+  WindowSums32(gTables.synthWindowInt16, taps,
                [out](__m256d a0, __m256d a1, __m256d a2, __m256d a3, __m256d a4, __m256d a5, __m256d a6, __m256d a7) {
                  auto pack = [](__m256d lo, __m256d hi) {
                    return _mm_packs_epi32(_mm256_cvtpd_epi32(lo), _mm256_cvtpd_epi32(hi));
@@ -196,8 +198,8 @@ void WindowInt16Avx2(int16_t* out, const double* ring, const uint32_t* indexRow)
                });
 }
 
-void WindowFloatAvx2(double* out, const double* ring, const uint32_t* indexRow) {
-  WindowSums32(gTables.synthWindowFloat, ring, indexRow,
+void WindowFloatAvx2(double* out, const double* const* taps) {
+  WindowSums32(gTables.synthWindowFloat, taps,
                [out](__m256d a0, __m256d a1, __m256d a2, __m256d a3, __m256d a4, __m256d a5, __m256d a6, __m256d a7) {
                  _mm256_storeu_pd(out + 0, a0);
                  _mm256_storeu_pd(out + 4, a1);
@@ -208,6 +210,53 @@ void WindowFloatAvx2(double* out, const double* ring, const uint32_t* indexRow) 
                  _mm256_storeu_pd(out + 24, a6);
                  _mm256_storeu_pd(out + 28, a7);
                });
+}
+
+void WindowStereoInt16Avx2(void* out, const double* const* taps0, const double* const* taps1) {
+  auto* dst = static_cast<uint8_t*>(out);
+  for (int n = 0; n < 32; n += 16) {
+    StereoWindowSums16(gTables.synthWindowInt16, taps0, taps1, n,
+                       [dst, n](__m256d a0, __m256d a1, __m256d a2, __m256d a3, __m256d b0, __m256d b1, __m256d b2,
+                                __m256d b3) {
+                         // Four outputs of each channel as 32-bit integers, interleaved
+                         // and packed: four frames.
+                         auto frames = [](__m256d a, __m256d b) {
+                           const __m128i l = _mm256_cvtpd_epi32(a);
+                           const __m128i r = _mm256_cvtpd_epi32(b);
+                           return _mm_packs_epi32(_mm_unpacklo_epi32(l, r), _mm_unpackhi_epi32(l, r));
+                         };
+                         uint8_t* at = dst + 4 * n;
+                         _mm_storeu_si128(reinterpret_cast<__m128i*>(at + 0), frames(a0, b0));
+                         _mm_storeu_si128(reinterpret_cast<__m128i*>(at + 16), frames(a1, b1));
+                         _mm_storeu_si128(reinterpret_cast<__m128i*>(at + 32), frames(a2, b2));
+                         _mm_storeu_si128(reinterpret_cast<__m128i*>(at + 48), frames(a3, b3));
+                       });
+  }
+}
+
+void WindowStereoFloatAvx2(void* out, const double* const* taps0, const double* const* taps1) {
+  auto* dst = static_cast<uint8_t*>(out);
+  for (int n = 0; n < 32; n += 16) {
+    StereoWindowSums16(gTables.synthWindowFloat, taps0, taps1, n,
+                       [dst, n](__m256d a0, __m256d a1, __m256d a2, __m256d a3, __m256d b0, __m256d b1, __m256d b2,
+                                __m256d b3) {
+                         // Four outputs of each channel as four frames (stored as integer
+                         // vectors: the destination may not be aligned for doubles).
+                         auto store = [](uint8_t* at, __m256d a, __m256d b) {
+                           const __m256d lo = _mm256_unpacklo_pd(a, b);  // a0 b0 | a2 b2
+                           const __m256d hi = _mm256_unpackhi_pd(a, b);  // a1 b1 | a3 b3
+                           _mm256_storeu_si256(reinterpret_cast<__m256i*>(at),
+                                               _mm256_castpd_si256(_mm256_permute2f128_pd(lo, hi, 0x20)));
+                           _mm256_storeu_si256(reinterpret_cast<__m256i*>(at + 32),
+                                               _mm256_castpd_si256(_mm256_permute2f128_pd(lo, hi, 0x31)));
+                         };
+                         uint8_t* at = dst + 16 * n;
+                         store(at + 0, a0, b0);
+                         store(at + 64, a1, b1);
+                         store(at + 128, a2, b2);
+                         store(at + 192, a3, b3);
+                       });
+  }
 }
 
 }  // namespace kxmp3

@@ -1,5 +1,6 @@
-// SSE2 versions of the synthesis kernels: the fast 32-point DCT on pairs and the two
-// window kernels, two outputs per pair and eight per pass. Same operations in the same
+// SSE2 versions of the synthesis kernels: the fast 32-point DCT on pairs and the
+// window kernels (one channel, or two channels written interleaved), two outputs per
+// pair and eight per pass. Same operations in the same
 // order as the scalar references in synthesis.cpp, so the results are bit-identical;
 // the 16-bit conversion is the processor's (round to nearest even, out-of-range to the
 // most negative 32-bit value) followed by a saturating pack.
@@ -89,13 +90,13 @@ void Dct32Sse2(const double* samples, double* v) {
 namespace {
 
 // Window sums of outputs n..n+7 as four pairs, tap by tap from k = 0.
-inline void WindowSums8(const double* window, const double* ring, const uint32_t* row, int n, __m128d acc[4]) {
+inline void WindowSums8(const double* window, const double* const* taps, int n, __m128d acc[4]) {
   for (int j = 0; j < 4; ++j) {
-    acc[j] = _mm_mul_pd(_mm_load_pd(window + n + 2 * j), _mm_load_pd(ring + row[0] + n + 2 * j));
+    acc[j] = _mm_mul_pd(_mm_load_pd(window + n + 2 * j), _mm_load_pd(taps[0] + n + 2 * j));
   }
   for (int k = 1; k < 16; ++k) {
     const double* w = window + 32 * k + n;
-    const double* r = ring + row[k] + n;
+    const double* r = taps[k] + n;
     for (int j = 0; j < 4; ++j) {
       acc[j] = _mm_add_pd(acc[j], _mm_mul_pd(_mm_load_pd(w + 2 * j), _mm_load_pd(r + 2 * j)));
     }
@@ -104,21 +105,76 @@ inline void WindowSums8(const double* window, const double* ring, const uint32_t
 
 }  // namespace
 
-void WindowInt16Sse2(int16_t* out, const double* ring, const uint32_t* indexRow) {
+void WindowInt16Sse2(int16_t* out, const double* const* taps) {
   for (int n = 0; n < 32; n += 8) {
     __m128d acc[4];
-    WindowSums8(gTables.synthWindowInt16, ring, indexRow, n, acc);
+    WindowSums8(gTables.synthWindowInt16, taps, n, acc);
     const __m128i lo = _mm_unpacklo_epi64(_mm_cvtpd_epi32(acc[0]), _mm_cvtpd_epi32(acc[1]));
     const __m128i hi = _mm_unpacklo_epi64(_mm_cvtpd_epi32(acc[2]), _mm_cvtpd_epi32(acc[3]));
     _mm_storeu_si128(reinterpret_cast<__m128i*>(out + n), _mm_packs_epi32(lo, hi));
   }
 }
 
-void WindowFloatSse2(double* out, const double* ring, const uint32_t* indexRow) {
+void WindowFloatSse2(double* out, const double* const* taps) {
   for (int n = 0; n < 32; n += 8) {
     __m128d acc[4];
-    WindowSums8(gTables.synthWindowFloat, ring, indexRow, n, acc);
+    WindowSums8(gTables.synthWindowFloat, taps, n, acc);
     for (int j = 0; j < 4; ++j) _mm_store_pd(out + n + 2 * j, acc[j]);
+  }
+}
+
+namespace {
+
+// Window sums of outputs n..n+7 of two channels as four pairs each, tap by tap from
+// k = 0, each window pair loaded once for both channels.
+inline void StereoWindowSums8(const double* window, const double* const* taps0, const double* const* taps1, int n,
+                              __m128d acc0[4], __m128d acc1[4]) {
+  for (int j = 0; j < 4; ++j) {
+    const __m128d w = _mm_load_pd(window + n + 2 * j);
+    acc0[j] = _mm_mul_pd(w, _mm_load_pd(taps0[0] + n + 2 * j));
+    acc1[j] = _mm_mul_pd(w, _mm_load_pd(taps1[0] + n + 2 * j));
+  }
+  for (int k = 1; k < 16; ++k) {
+    const double* w = window + 32 * k + n;
+    const double* r0 = taps0[k] + n;
+    const double* r1 = taps1[k] + n;
+    for (int j = 0; j < 4; ++j) {
+      const __m128d wj = _mm_load_pd(w + 2 * j);
+      acc0[j] = _mm_add_pd(acc0[j], _mm_mul_pd(wj, _mm_load_pd(r0 + 2 * j)));
+      acc1[j] = _mm_add_pd(acc1[j], _mm_mul_pd(wj, _mm_load_pd(r1 + 2 * j)));
+    }
+  }
+}
+
+}  // namespace
+
+void WindowStereoInt16Sse2(void* out, const double* const* taps0, const double* const* taps1) {
+  auto* dst = static_cast<uint8_t*>(out);
+  for (int n = 0; n < 32; n += 8) {
+    __m128d acc0[4], acc1[4];
+    StereoWindowSums8(gTables.synthWindowInt16, taps0, taps1, n, acc0, acc1);
+    for (int j = 0; j < 4; j += 2) {
+      // Outputs n + 2j .. n + 2j + 3 of each channel as 32-bit integers, then
+      // interleaved and packed: four frames.
+      const __m128i l = _mm_unpacklo_epi64(_mm_cvtpd_epi32(acc0[j]), _mm_cvtpd_epi32(acc0[j + 1]));
+      const __m128i r = _mm_unpacklo_epi64(_mm_cvtpd_epi32(acc1[j]), _mm_cvtpd_epi32(acc1[j + 1]));
+      const __m128i frames = _mm_packs_epi32(_mm_unpacklo_epi32(l, r), _mm_unpackhi_epi32(l, r));
+      _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + 4 * (n + 2 * j)), frames);
+    }
+  }
+}
+
+void WindowStereoFloatSse2(void* out, const double* const* taps0, const double* const* taps1) {
+  auto* dst = static_cast<uint8_t*>(out);
+  for (int n = 0; n < 32; n += 8) {
+    __m128d acc0[4], acc1[4];
+    StereoWindowSums8(gTables.synthWindowFloat, taps0, taps1, n, acc0, acc1);
+    for (int j = 0; j < 4; ++j) {
+      // Stored as integer vectors: the destination may not be aligned for doubles.
+      uint8_t* frames = dst + 16 * (n + 2 * j);
+      _mm_storeu_si128(reinterpret_cast<__m128i*>(frames), _mm_castpd_si128(_mm_unpacklo_pd(acc0[j], acc1[j])));
+      _mm_storeu_si128(reinterpret_cast<__m128i*>(frames + 16), _mm_castpd_si128(_mm_unpackhi_pd(acc0[j], acc1[j])));
+    }
   }
 }
 

@@ -34,6 +34,13 @@ inline std::vector<const kxmp3::DspKernels*> ScalarAndSse2Kernels() {
   return all;
 }
 
+// The 16 taps of a window on a ring (kernels take a pointer per tap).
+struct Taps {
+  const double* tap[16];
+  Taps(const double* ring, const uint32_t* indexRow) { kxmp3::RingTaps(ring, indexRow, tap); }
+  const double* const* data() const { return tap; }
+};
+
 inline bool Aligned16(const void* p) { return (reinterpret_cast<uintptr_t>(p) & 15) == 0; }
 
 inline bool SameBits(double a, double b) { return std::memcmp(&a, &b, sizeof a) == 0; }

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "engine/huffman.h"
+#include "huffman_test_util.h"
 
 namespace kxmp3 {
 namespace {
@@ -90,32 +91,8 @@ TEST(HuffmanLookup, InStepWithTheTreeTables) {
   for (uint32_t t = 25; t < 32; ++t) EXPECT_EQ(kPairLookup[t].entries, kPairLookup[24].entries) << t;
 }
 
-// Random side information, valid or not: any table, any region counts, big values
-// up to 576 (damaged streams included: a granule's big values may need far more
-// bits than its part2_3_length).
-GranuleInfo RandomGranule(std::mt19937& gen) {
-  GranuleInfo gi{};
-  gi.part2_3_length = gen() % 4096;
-  gi.big_value_count = 2 * (gen() % 289);
-  gi.block_type = gen() % 4;
-  gi.mixed_block_flag = gi.block_type == 2 ? gen() % 2 : 0;
-  for (uint32_t& t : gi.table_select) t = gen() % 32;
-  gi.region0_count = gen() % 16;
-  gi.region1_count = gen() % 8;
-  gi.count1table_select = gen() % 2;
-  return gi;
-}
-
-// Ring bytes whose bits are ones with probability `density`: sparse rings reach the
-// long code words (mostly zeros), dense ones the short ones and the escapes.
-void FillRing(std::vector<uint8_t>& ring, std::mt19937& gen, double density) {
-  std::bernoulli_distribution one(density);
-  for (uint8_t& b : ring) {
-    uint32_t v = 0;
-    for (int k = 0; k < 8; ++k) v = (v << 1) | (one(gen) ? 1u : 0u);
-    b = static_cast<uint8_t>(v);
-  }
-}
+using kxtest::FillRingBits;
+using kxtest::RandomHuffmanGranule;
 
 void ExpectSameDecoding(const std::vector<uint8_t>& ring, const GranuleInfo& gi, uint32_t part2Start, uint32_t pos,
                         uint32_t rate, int trial) {
@@ -138,9 +115,9 @@ TEST(HuffmanLookup, FastDecodingEqualsTheTreeWalkOnRandomData) {
   const double densities[] = {0.5, 0.2, 0.05, 0.8, 0.95};
   int trial = 0;
   for (double density : densities) {
-    FillRing(ring, gen, density);
+    FillRingBits(ring, gen, density);
     for (int k = 0; k < 400; ++k, ++trial) {
-      const GranuleInfo gi = RandomGranule(gen);
+      const GranuleInfo gi = RandomHuffmanGranule(gen);
       // Positions anywhere in the ring, also large bit counts as the driver keeps
       // them (never masked) and positions just before the ring's end.
       uint32_t part2Start = gen() % (4096 * 8 * 2);
@@ -156,7 +133,7 @@ TEST(HuffmanLookup, FastDecodingEqualsTheTreeWalkForEveryTableAndBothCount1Table
   std::vector<uint8_t> ring(4096);
   int trial = 0;
   for (double density : {0.5, 0.1, 0.9}) {
-    FillRing(ring, gen, density);
+    FillRingBits(ring, gen, density);
     for (uint32_t table = 0; table < 32; ++table) {
       for (uint32_t quad = 0; quad < 2; ++quad, ++trial) {
         GranuleInfo gi{};

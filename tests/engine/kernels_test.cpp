@@ -90,12 +90,12 @@ TEST_F(KernelsTest, WindowFloatAndInt16) {
     rnd.Fill(ring.data(), 1024, scale, true);
     const uint32_t* row = kSynthesisRingIndex[trial % 16];
     Doubles<32> fa, fb;
-    scalar_.windowFloat(fa.data(), ring.data(), row);
-    sse2_->windowFloat(fb.data(), ring.data(), row);
+    scalar_.windowFloat(fa.data(), kxtest::Taps(ring.data(), row).data());
+    sse2_->windowFloat(fb.data(), kxtest::Taps(ring.data(), row).data());
     ExpectSameBits(fa, fb, "window float trial " + std::to_string(trial));
     alignas(16) int16_t ia[32], ib[32];
-    scalar_.windowInt16(ia, ring.data(), row);
-    sse2_->windowInt16(ib, ring.data(), row);
+    scalar_.windowInt16(ia, kxtest::Taps(ring.data(), row).data());
+    sse2_->windowInt16(ib, kxtest::Taps(ring.data(), row).data());
     for (int n = 0; n < 32; ++n) ASSERT_EQ(ia[n], ib[n]) << "trial " << trial << " n " << n;
   }
 }
@@ -105,9 +105,47 @@ TEST_F(KernelsTest, WindowInt16UnalignedOutput) {
   Doubles<1024> ring;
   rnd.Fill(ring.data(), 1024, 0.5);
   alignas(16) int16_t a[34], b[34];
-  scalar_.windowInt16(a + 1, ring.data(), kSynthesisRingIndex[3]);
-  sse2_->windowInt16(b + 1, ring.data(), kSynthesisRingIndex[3]);
+  scalar_.windowInt16(a + 1, kxtest::Taps(ring.data(), kSynthesisRingIndex[3]).data());
+  sse2_->windowInt16(b + 1, kxtest::Taps(ring.data(), kSynthesisRingIndex[3]).data());
   for (int n = 1; n < 33; ++n) EXPECT_EQ(a[n], b[n]) << n;
+}
+
+// The two-channel windows give each channel's one-channel window output, frame by
+// frame, at any byte address (scalar and SSE2 alike; SSE2 also equals scalar).
+TEST_F(KernelsTest, WindowStereoInterleavesTheOneChannelWindows) {
+  kxtest::Random rnd(31);
+  for (const DspKernels* k : {&scalar_, sse2_}) {
+    for (int trial = 0; trial < 300; ++trial) {
+      Doubles<1024> ring0, ring1;
+      const double scale = trial % 3 == 0 ? 1e6 : trial % 3 == 1 ? 2.0 : 0.3;
+      rnd.Fill(ring0.data(), 1024, scale, true);
+      rnd.Fill(ring1.data(), 1024, scale, true);
+      const uint32_t* row = kSynthesisRingIndex[trial % 16];
+      const size_t off = trial % 7;  // bytes off alignment
+      Doubles<32> f0, f1;
+      scalar_.windowFloat(f0.data(), kxtest::Taps(ring0.data(), row).data());
+      scalar_.windowFloat(f1.data(), kxtest::Taps(ring1.data(), row).data());
+      alignas(16) uint8_t fbytes[64 * 8 + 16];
+      k->windowStereoFloat(fbytes + off, kxtest::Taps(ring0.data(), row).data(), kxtest::Taps(ring1.data(), row).data());
+      for (int n = 0; n < 32; ++n) {
+        double l, r;
+        std::memcpy(&l, fbytes + off + 16 * n, 8);
+        std::memcpy(&r, fbytes + off + 16 * n + 8, 8);
+        ASSERT_TRUE(kxtest::SameBits(l, f0[n]) && kxtest::SameBits(r, f1[n])) << k->name << " trial " << trial;
+      }
+      alignas(16) int16_t i0[32], i1[32];
+      scalar_.windowInt16(i0, kxtest::Taps(ring0.data(), row).data());
+      scalar_.windowInt16(i1, kxtest::Taps(ring1.data(), row).data());
+      alignas(16) uint8_t ibytes[64 * 2 + 16];
+      k->windowStereoInt16(ibytes + off, kxtest::Taps(ring0.data(), row).data(), kxtest::Taps(ring1.data(), row).data());
+      for (int n = 0; n < 32; ++n) {
+        int16_t frame[2];
+        std::memcpy(frame, ibytes + off + 4 * n, 4);
+        ASSERT_EQ(frame[0], i0[n]) << k->name << " trial " << trial << " n " << n;
+        ASSERT_EQ(frame[1], i1[n]) << k->name << " trial " << trial << " n " << n;
+      }
+    }
+  }
 }
 
 TEST_F(KernelsTest, Imdct36) {

@@ -82,15 +82,38 @@ TEST_F(WideKernelsTest, WindowFloatAndInt16) {
       rnd.Fill(ring.data(), 1024, scale, true);
       const uint32_t* row = kSynthesisRingIndex[trial % 16];
       Doubles<32> fa, fb;
-      sse2_->windowFloat(fa.data(), ring.data(), row);
-      k->windowFloat(fb.data(), ring.data(), row);
+      sse2_->windowFloat(fa.data(), kxtest::Taps(ring.data(), row).data());
+      k->windowFloat(fb.data(), kxtest::Taps(ring.data(), row).data());
       ExpectSameBits(fa, fb, std::string(k->name) + " window float trial " + std::to_string(trial));
       alignas(16) int16_t ia[33], ib[33];
       // Odd trials write the 16-bit samples 2 bytes off alignment.
       const int off = trial % 2;
-      sse2_->windowInt16(ia + off, ring.data(), row);
-      k->windowInt16(ib + off, ring.data(), row);
+      sse2_->windowInt16(ia + off, kxtest::Taps(ring.data(), row).data());
+      k->windowInt16(ib + off, kxtest::Taps(ring.data(), row).data());
       for (int n = 0; n < 32; ++n) ASSERT_EQ(ia[off + n], ib[off + n]) << k->name << " trial " << trial << " n " << n;
+    }
+  }
+}
+
+TEST_F(WideKernelsTest, WindowStereoFloatAndInt16) {
+  kxtest::Random rnd(23);
+  for (const DspKernels* k : wide_) {
+    for (int trial = 0; trial < 800; ++trial) {
+      Doubles<1024> ring0, ring1;
+      const double scale = trial % 4 == 0 ? 1e6 : trial % 4 == 1 ? 2.0 : trial % 4 == 2 ? 0.3 : 1e11;
+      rnd.Fill(ring0.data(), 1024, scale, true);
+      rnd.Fill(ring1.data(), 1024, scale, true);
+      const uint32_t* row = kSynthesisRingIndex[trial % 16];
+      // The destination at every byte offset from alignment.
+      const size_t off = trial % 9;
+      alignas(64) uint8_t fa[64 * 8 + 16], fb[64 * 8 + 16];
+      sse2_->windowStereoFloat(fa + off, kxtest::Taps(ring0.data(), row).data(), kxtest::Taps(ring1.data(), row).data());
+      k->windowStereoFloat(fb + off, kxtest::Taps(ring0.data(), row).data(), kxtest::Taps(ring1.data(), row).data());
+      ASSERT_EQ(0, std::memcmp(fa + off, fb + off, 64 * 8)) << k->name << " stereo float trial " << trial;
+      alignas(64) uint8_t ia[64 * 2 + 16], ib[64 * 2 + 16];
+      sse2_->windowStereoInt16(ia + off, kxtest::Taps(ring0.data(), row).data(), kxtest::Taps(ring1.data(), row).data());
+      k->windowStereoInt16(ib + off, kxtest::Taps(ring0.data(), row).data(), kxtest::Taps(ring1.data(), row).data());
+      ASSERT_EQ(0, std::memcmp(ia + off, ib + off, 64 * 2)) << k->name << " stereo 16-bit trial " << trial;
     }
   }
 }
@@ -104,8 +127,8 @@ TEST_F(WideKernelsTest, WindowFloatSpecialValues) {
     ring[5] = std::numeric_limits<double>::quiet_NaN();
     for (int r = 0; r < 16; ++r) {
       alignas(16) int16_t ia[32], ib[32];
-      sse2_->windowInt16(ia, ring.data(), kSynthesisRingIndex[r]);
-      k->windowInt16(ib, ring.data(), kSynthesisRingIndex[r]);
+      sse2_->windowInt16(ia, kxtest::Taps(ring.data(), kSynthesisRingIndex[r]).data());
+      k->windowInt16(ib, kxtest::Taps(ring.data(), kSynthesisRingIndex[r]).data());
       for (int n = 0; n < 32; ++n) ASSERT_EQ(ia[n], ib[n]) << k->name << " row " << r << " n " << n;
     }
   }
@@ -129,8 +152,10 @@ TEST_F(WideKernelsTest, Dct32SlotsEqualsDct32OfEachSlot) {
       rnd.Fill(hybrid.data(), 1152, trial % 3 == 0 ? 1e6 : 1.0, true);
       uint32_t t = 0;
       while (t < 18) {
+        // Rows descend from the first slot's: slot t + j at first - 64 j.
         alignas(32) double rows[kMaxDctSlotsPerCall * 64];
-        const uint32_t n = k->dct32Slots(hybrid.data(), t, rows);
+        const double* first = rows + 64 * (kMaxDctSlotsPerCall - 1);
+        const uint32_t n = k->dct32Slots(hybrid.data(), t, rows + 64 * (kMaxDctSlotsPerCall - 1));
         ASSERT_GE(n, 1u);
         ASSERT_LE(t + n, 18u);
         for (uint32_t j = 0; j < n; ++j) {
@@ -139,12 +164,61 @@ TEST_F(WideKernelsTest, Dct32SlotsEqualsDct32OfEachSlot) {
           Doubles<64> expect;
           sse2_->dct32(slot.data(), expect.data());
           for (int i = 0; i < 64; ++i) {
-            ASSERT_TRUE(kxtest::SameBits(expect[i], rows[64 * j + i]))
+            ASSERT_TRUE(kxtest::SameBits(expect[i], first[i - 64 * int(j)]))
                 << k->name << " trial " << trial << " slot " << t + j << " value " << i << ": " << expect[i]
-                << " vs " << rows[64 * j + i];
+                << " vs " << first[i - 64 * int(j)];
           }
         }
         t += n;
+      }
+    }
+  }
+}
+
+TEST_F(WideKernelsTest, AliasReduceAndMidSide) {
+  kxtest::Random rnd(26);
+  for (const DspKernels* k : wide_) {
+    for (int trial = 0; trial < 400; ++trial) {
+      Doubles<576> a;
+      rnd.Fill(a.data(), 576, trial % 2 ? 1.0 : 1e7, true);
+      Doubles<576> b = a;
+      const uint32_t boundaries = 1 + rnd.Below(31);
+      sse2_->aliasReduce(a.data(), a.data() + 18, boundaries);
+      k->aliasReduce(b.data(), b.data() + 18, boundaries);
+      ExpectSameBits(a, b, std::string(k->name) + " alias trial " + std::to_string(trial));
+      Doubles<1152> lr;
+      rnd.Fill(lr.data(), 1152, 1.0, true);
+      Doubles<1152> lr2 = lr;
+      const uint32_t subbands = 1 + rnd.Below(32);
+      sse2_->midSide(lr.data(), lr.data() + 576, subbands);
+      k->midSide(lr2.data(), lr2.data() + 576, subbands);
+      ExpectSameBits(lr, lr2, std::string(k->name) + " mid/side trial " + std::to_string(trial));
+    }
+  }
+}
+
+TEST_F(WideKernelsTest, LastSlotsOfTwoChannelsEqualDct32OfEachSlot) {
+  kxtest::Random rnd(28);
+  for (const DspKernels* k : wide_) {
+    ASSERT_NE(k->dct32LastSlotsStereo, nullptr) << k->name;
+    for (int trial = 0; trial < 300; ++trial) {
+      Doubles<576> hybrid[2];
+      rnd.Fill(hybrid[0].data(), 576, trial % 3 == 0 ? 1e6 : 1.0, true);
+      rnd.Fill(hybrid[1].data(), 576, 1.0, true);
+      alignas(32) double rows[2][128];
+      k->dct32LastSlotsStereo(hybrid[0].data(), hybrid[1].data(), rows[0] + 64, rows[1] + 64);
+      for (int ch = 0; ch < 2; ++ch) {
+        for (uint32_t t = 16; t < 18; ++t) {
+          Doubles<32> slot;
+          GatherSlot(hybrid[ch].data(), t, slot.data());
+          Doubles<64> expect;
+          sse2_->dct32(slot.data(), expect.data());
+          const double* row = rows[ch] + 64 - 64 * (t - 16);
+          for (int i = 0; i < 64; ++i) {
+            ASSERT_TRUE(kxtest::SameBits(expect[i], row[i]))
+                << k->name << " trial " << trial << " channel " << ch << " slot " << t << " value " << i;
+          }
+        }
       }
     }
   }

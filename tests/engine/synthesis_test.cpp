@@ -167,6 +167,65 @@ TEST_F(SynthesisTest, FrequencyInversionNegatesOddSlotsOfOddSubbands) {
   for (int i = 0; i < 576; ++i) EXPECT_TRUE(kxtest::SameBits(out[i], out2[i])) << i;
 }
 
+TEST_F(SynthesisTest, GranuleEqualsItsSlotsOnTheRingAtEveryPosition) {
+  // The granule synthesis works on a copy of the ring; the ring it leaves and the
+  // samples it gives are those of its 18 slots done one by one on the ring.
+  kxtest::Random rnd(18);
+  for (uint32_t start = 0; start < 1024; start += 64) {
+    Doubles<1024> ring, ring2;
+    rnd.Fill(ring.data(), 1024, 0.3);
+    ring2 = ring;
+    uint32_t position = start, position2 = start;
+    Doubles<576> hybrid, out, out2;
+    rnd.Fill(hybrid.data(), 576, 0.5, true);
+    SynthesizeGranule(hybrid.data(), ring.data(), &position, 8, out.data());
+    for (int t = 0; t < 18; ++t) {
+      Doubles<32> s;
+      for (int sb = 0; sb < 32; ++sb) s[sb] = (sb % 2 && t % 2) ? -hybrid[18 * sb + t] : hybrid[18 * sb + t];
+      SynthesizeSlot(s.data(), ring2.data(), &position2, 8, out2.data() + 32 * t);
+    }
+    EXPECT_EQ(position, position2);
+    for (int i = 0; i < 576; ++i) ASSERT_TRUE(kxtest::SameBits(out[i], out2[i])) << start << " " << i;
+    for (int i = 0; i < 1024; ++i) ASSERT_TRUE(kxtest::SameBits(ring[i], ring2[i])) << start << " ring " << i;
+  }
+}
+
+TEST_F(SynthesisTest, StereoGranuleIsBothChannelGranulesInterleaved) {
+  // Both channels at once, with ring positions of their own (a single-channel frame
+  // earlier in the stream moves only channel 0's), written at an odd byte address.
+  kxtest::Random rnd(19);
+  for (uint32_t bps : {2u, 8u}) {
+    for (int g = 0; g < 6; ++g) {
+      Doubles<1024> rings[2], rings2[2];
+      rnd.Fill(rings[0].data(), 1024, 0.3);
+      rnd.Fill(rings[1].data(), 1024, 0.3);
+      rings2[0] = rings[0];
+      rings2[1] = rings[1];
+      uint32_t positions[2] = {64u * g, 64u * ((g * 5) % 16)};
+      uint32_t positions2[2] = {positions[0], positions[1]};
+      Doubles<576> hybrid[2];
+      rnd.Fill(hybrid[0].data(), 576, 0.5, true);
+      rnd.Fill(hybrid[1].data(), 576, 2.0, true);
+      Doubles<1152> planar[2];
+      for (int ch = 0; ch < 2; ++ch) {
+        SynthesizeGranule(hybrid[ch].data(), rings2[ch].data(), &positions2[ch], bps, planar[ch].data());
+      }
+      alignas(16) uint8_t stereo[576 * 2 * 8 + 1];
+      SynthesizeStereoGranule(hybrid[0].data(), hybrid[1].data(), rings[0].data(), rings[1].data(), &positions[0],
+                              &positions[1], bps, stereo + 1);
+      for (int ch = 0; ch < 2; ++ch) {
+        EXPECT_EQ(positions[ch], positions2[ch]);
+        for (int i = 0; i < 1024; ++i) ASSERT_TRUE(kxtest::SameBits(rings[ch][i], rings2[ch][i])) << ch << " " << i;
+        const uint8_t* samples = reinterpret_cast<const uint8_t*>(planar[ch].data());
+        for (int n = 0; n < 576; ++n) {
+          ASSERT_EQ(0, std::memcmp(stereo + 1 + (2 * n + ch) * bps, samples + n * bps, bps))
+              << "bytes per sample " << bps << " channel " << ch << " sample " << n;
+        }
+      }
+    }
+  }
+}
+
 TEST_F(SynthesisTest, SixteenBitOutputIsTheFloatSumScaledAndConverted) {
   // The 16-bit window is the float window times 2^15, so every product and sum is the
   // float one times 2^15 exactly; the conversion then rounds and saturates.
@@ -201,7 +260,7 @@ class WindowEdgeTest : public SynthesisTest {
     const uint32_t* row = kSynthesisRingIndex[5];
     ring[row[0] + 1] = -2.0 * sum;
     alignas(16) int16_t out[32];
-    k.windowInt16(out, ring.data(), row);
+    k.windowInt16(out, kxtest::Taps(ring.data(), row).data());
     for (int n = 0; n < 32; ++n) {
       if (n != 1) {
         EXPECT_EQ(0, out[n]) << n;
@@ -214,7 +273,7 @@ class WindowEdgeTest : public SynthesisTest {
     const uint32_t* row = kSynthesisRingIndex[5];
     ring[row[0] + 1] = cell;
     Doubles<32> out;
-    k.windowFloat(out.data(), ring.data(), row);
+    k.windowFloat(out.data(), kxtest::Taps(ring.data(), row).data());
     return out[1];
   }
   int16_t Int16OfCell(const DspKernels& k, double cell) {
@@ -222,7 +281,7 @@ class WindowEdgeTest : public SynthesisTest {
     const uint32_t* row = kSynthesisRingIndex[5];
     ring[row[0] + 1] = cell;
     alignas(16) int16_t out[32];
-    k.windowInt16(out, ring.data(), row);
+    k.windowInt16(out, kxtest::Taps(ring.data(), row).data());
     return out[1];
   }
 };

@@ -426,8 +426,8 @@ struct WindowFit {
 WindowFit* gFit = nullptr;
 const DspKernels* gInner = nullptr;
 
-void FittingWindowInt16(int16_t* out, const double* ring, const uint32_t* row) {
-  gInner->windowInt16(out, ring, row);
+void FittingWindowInt16(int16_t* out, const double* const* taps) {
+  gInner->windowInt16(out, taps);
   const size_t slot = gFit->slot++;
   for (int n = 0; n < 32; ++n) {
     const size_t at = 32 * slot + n;
@@ -435,7 +435,7 @@ void FittingWindowInt16(int16_t* out, const double* ring, const uint32_t* row) {
     const double r = (*gFit->reference)[at];
     if (r >= 32767 || r <= -32768) continue;  // saturated: not a window sum
     double v[16];
-    for (int k = 0; k < 16; ++k) v[k] = ring[row[k] + n];
+    for (int k = 0; k < 16; ++k) v[k] = taps[k][n];
     for (int k = 0; k < 16; ++k) {
       for (int l = 0; l <= k; ++l) gFit->ata[n][k][l] += v[k] * v[l];
       gFit->atb[n][k] += v[k] * r;

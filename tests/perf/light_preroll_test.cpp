@@ -76,16 +76,25 @@ std::vector<uint8_t> Read(Class_KXMP3* decoder, int32_t bytes) {
   return out;
 }
 
-// Counts the synthesis window calls: one per time slot synthesised.
+// Counts the synthesis windows: one per time slot and channel synthesised (a call of
+// a two-channel window counts two).
 int gWindowCalls = 0;
 const DspKernels* gInner = nullptr;
-void CountingWindowInt16(int16_t* out, const double* ring, const uint32_t* row) {
+void CountingWindowInt16(int16_t* out, const double* const* taps) {
   ++gWindowCalls;
-  gInner->windowInt16(out, ring, row);
+  gInner->windowInt16(out, taps);
 }
-void CountingWindowFloat(double* out, const double* ring, const uint32_t* row) {
+void CountingWindowFloat(double* out, const double* const* taps) {
   ++gWindowCalls;
-  gInner->windowFloat(out, ring, row);
+  gInner->windowFloat(out, taps);
+}
+void CountingWindowStereoInt16(void* out, const double* const* taps0, const double* const* taps1) {
+  gWindowCalls += 2;
+  gInner->windowStereoInt16(out, taps0, taps1);
+}
+void CountingWindowStereoFloat(void* out, const double* const* taps0, const double* const* taps1) {
+  gWindowCalls += 2;
+  gInner->windowStereoFloat(out, taps0, taps1);
 }
 
 class LightPreRollTest : public ::testing::Test {
@@ -96,6 +105,8 @@ class LightPreRollTest : public ::testing::Test {
     counting_ = Dsp();
     counting_.windowInt16 = CountingWindowInt16;
     counting_.windowFloat = CountingWindowFloat;
+    counting_.windowStereoInt16 = CountingWindowStereoInt16;
+    counting_.windowStereoFloat = CountingWindowStereoFloat;
     previous_ = &ReplaceDspKernelsForTesting(counting_);
   }
   void TearDown() override {

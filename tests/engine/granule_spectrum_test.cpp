@@ -1,0 +1,221 @@
+// Tests of the one-pass Huffman decoding and requantisation. First the signed look-up
+// tables: every code word of every table, followed by every choice of its sign bits
+// and by any further bits, gives its values with their signs and the bits used (or
+// the slow mark where the word and its signs are longer than the index); a table with
+// linbits gives the word's length and its magnitudes. Then DecodeGranuleSpectrum is held to the bit-by-bit
+// tree walk of DecodeSpectrumByTree followed by Requantise, on random data and random
+// side information (valid or damaged): the same 576 doubles bit for bit, the same
+// bounds, count and bit position, for long, short and mixed blocks at every rate.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <random>
+#include <vector>
+
+#include "engine/granule_spectrum.h"
+#include "engine/huffman.h"
+#include "engine/requantise.h"
+#include "engine/tables.h"
+#include "huffman_test_util.h"
+#include "support/engine/engine_harness.h"
+
+namespace kxmp3 {
+namespace {
+
+const uint32_t kCodedTables[] = {1, 2, 3, 5, 6, 7, 8, 9, 10, 11, 12, 13, 15, 16, 24};
+
+TEST(HuffmanSignedLookup, EveryCodeWordWithEverySignGivesItsCodedValues) {
+  for (uint32_t t : kCodedTables) {
+    const HuffmanCodeList l = PairCodeList(t);
+    const HuffmanSignedLookup& s = kPairSignedLookup[t];
+    uint32_t longest = 0;
+    for (uint32_t i = 0; i < l.count; ++i) longest = std::max<uint32_t>(longest, l.lengths[i]);
+    const bool linbits = kPairTables[t].linbits != 0;
+    ASSERT_EQ(s.bits, std::min(longest + (linbits ? 0 : 2), 11u)) << t;
+    uint32_t fast = 0;
+    for (uint32_t i = 0; i < l.count; ++i) {
+      const uint32_t x = i / l.width, y = i % l.width;
+      if (linbits) {
+        // The code word's length and the magnitudes; extensions and signs are read
+        // after it.
+        const uint32_t length = l.lengths[i];
+        const uint32_t index = length <= s.bits ? uint32_t{l.codes[i]} << (s.bits - length)
+                                                : uint32_t{l.codes[i]} >> (length - s.bits);
+        const uint16_t e = s.entries[index];
+        if (length > s.bits) {
+          EXPECT_EQ(e, kSignedSlow) << "table " << t << " value " << i;
+        } else {
+          ++fast;
+          EXPECT_EQ(e, length | (x << 5) | (y << 9)) << "table " << t << " value " << i;
+        }
+        continue;
+      }
+      const uint32_t signs = (x != 0) + (y != 0);
+      const uint32_t length = l.lengths[i] + signs;
+      for (uint32_t sign = 0; sign < (1u << signs); ++sign) {
+        const uint64_t word = (uint64_t{l.codes[i]} << signs) | sign;
+        // The index: the word, then ones and zeros alternately.
+        uint32_t index;
+        if (length <= s.bits) {
+          const uint32_t pad = s.bits - length;
+          index = static_cast<uint32_t>(word << pad) | (0x2AAAu & ((1u << pad) - 1));
+        } else {
+          index = static_cast<uint32_t>(word >> (length - s.bits));
+        }
+        const uint16_t e = s.entries[index];
+        if (length > s.bits) {
+          EXPECT_EQ(e, kSignedSlow) << "table " << t << " value " << i;
+          continue;
+        }
+        ++fast;
+        const uint32_t signX = x != 0 ? (sign >> (signs - 1)) & 1 : 0;
+        const uint32_t signY = y != 0 ? sign & 1 : 0;
+        ASSERT_NE(e & kSignedSlow, kSignedSlow) << "table " << t << " value " << i;
+        EXPECT_EQ(e & 31u, length) << "table " << t << " value " << i;
+        EXPECT_EQ((e >> 5) & 31u, x != 0 ? 2 * x + signX : 0) << "table " << t << " value " << i;
+        EXPECT_EQ(uint32_t{e} >> 10, y != 0 ? 2 * y + signY : 0) << "table " << t << " value " << i;
+      }
+    }
+    EXPECT_GT(fast, 0u) << t;
+  }
+  for (uint32_t t : {0u, 4u, 14u}) EXPECT_EQ(kPairSignedLookup[t].bits, 0u) << t;
+  for (uint32_t t = 17; t < 24; ++t) EXPECT_EQ(kPairSignedLookup[t].entries, kPairSignedLookup[16].entries) << t;
+  for (uint32_t t = 25; t < 32; ++t) EXPECT_EQ(kPairSignedLookup[t].entries, kPairSignedLookup[24].entries) << t;
+}
+
+TEST(HuffmanSignedLookup, EveryCount1CodeWordWithEverySignGivesItsFourValues) {
+  for (uint32_t t = 0; t < 2; ++t) {
+    const HuffmanCodeList l = QuadCodeList(t);
+    const HuffmanSignedLookup& s = kQuadSignedLookup[t];
+    ASSERT_EQ(s.bits, t == 0 ? 10u : 8u);
+    std::vector<bool> covered(size_t{1} << s.bits, false);
+    for (uint32_t flags = 0; flags < 16; ++flags) {
+      const uint32_t signs = static_cast<uint32_t>(__builtin_popcount(flags));
+      const uint32_t length = l.lengths[flags] + signs;
+      for (uint32_t sign = 0; sign < (1u << signs); ++sign) {
+        const uint32_t first = ((uint32_t{l.codes[flags]} << signs) | sign) << (s.bits - length);
+        for (uint32_t v = first; v < first + (1u << (s.bits - length)); ++v) {
+          covered[v] = true;
+          const uint16_t e = s.entries[v];
+          ASSERT_EQ(e & 15u, length) << t << " " << flags;
+          uint32_t next = signs;
+          for (uint32_t k = 0; k < 4; ++k) {
+            uint32_t expected = 0;
+            if ((flags >> (3 - k)) & 1) expected = 2 + ((sign >> --next) & 1);
+            EXPECT_EQ((e >> (4 + 2 * k)) & 3u, expected) << t << " " << flags << " " << sign << " " << k;
+          }
+        }
+      }
+    }
+    for (size_t v = 0; v < covered.size(); ++v) EXPECT_TRUE(covered[v]) << t << ": index " << v;
+  }
+}
+
+using kxtest::FillRingBits;
+
+// Random side information (valid or damaged) with random gains and scale-factor
+// multiplier for the requantisation.
+GranuleInfo RandomGranule(std::mt19937& gen) {
+  GranuleInfo gi = kxtest::RandomHuffmanGranule(gen);
+  gi.preflag = gen() % 2;
+  gi.scalefac_multiplier = 1 + gen() % 2;
+  gi.global_gain_ref = kGainOrigin - gen() % 256 + (gen() % 2) * 2;
+  for (uint32_t& r : gi.subblock_gain_ref) r = gi.global_gain_ref + 8 * (gen() % 8);
+  return gi;
+}
+
+bool SameBits(double a, double b) { return std::memcmp(&a, &b, sizeof(double)) == 0; }
+
+void ExpectSameAsTwoPasses(const std::vector<uint8_t>& ring, const GranuleInfo& gi, const ScaleFactors& sf,
+                           uint32_t part2Start, uint32_t pos, uint32_t rate, int trial) {
+  uint32_t coded[576];
+  alignas(16) double reference[576];
+  alignas(16) double onePass[576];
+  std::fill(reference, reference + 576, 1234.5);
+  std::fill(onePass, onePass + 576, -777.25);
+  GranuleInfo giRef = gi;
+  GranuleInfo giOne = gi;
+  uint32_t refPos = pos;
+  uint32_t onePos = pos;
+  const int32_t nRef = DecodeSpectrumByTree(coded, ring.data(), refPos, giRef, part2Start, rate);
+  const int32_t nOne = DecodeGranuleSpectrum(onePass, ring.data(), onePos, giOne, sf, part2Start, rate);
+  ASSERT_EQ(nOne, nRef) << "trial " << trial;
+  ASSERT_EQ(onePos, refPos) << "trial " << trial;
+  if (nRef < 0) return;
+  Requantise(coded, reference, sf, giRef, rate, nRef);
+  for (int i = 0; i < 576; ++i) {
+    ASSERT_TRUE(SameBits(onePass[i], reference[i]))
+        << "trial " << trial << " line " << i << ": " << onePass[i] << " vs " << reference[i];
+  }
+  EXPECT_EQ(giOne.is_start_long, giRef.is_start_long) << "trial " << trial;
+  for (int w = 0; w < 3; ++w) EXPECT_EQ(giOne.is_start_short[w], giRef.is_start_short[w]) << "trial " << trial;
+  EXPECT_EQ(giOne.active_subbands, giRef.active_subbands) << "trial " << trial;
+}
+
+ScaleFactors RandomScaleFactors(std::mt19937& gen) {
+  ScaleFactors sf{};
+  for (uint32_t& v : sf.sf) v = gen() % 16;
+  return sf;
+}
+
+TEST(DecodeGranuleSpectrum, EqualsTreeWalkAndRequantisationOnRandomData) {
+  kxtest::EnsureDecoderTables();
+  std::mt19937 gen(20240917);
+  std::vector<uint8_t> ring(4096);
+  const double densities[] = {0.5, 0.2, 0.05, 0.8, 0.95, 0.35};
+  int trial = 0;
+  for (double density : densities) {
+    FillRingBits(ring, gen, density);
+    for (int k = 0; k < 600; ++k, ++trial) {
+      const GranuleInfo gi = RandomGranule(gen);
+      uint32_t part2Start = gen() % (4096 * 8 * 2);
+      if (k % 4 == 0) part2Start = 4096 * 8 - 1 - gen() % 600;
+      const uint32_t pos = part2Start + gen() % 64;
+      ExpectSameAsTwoPasses(ring, gi, RandomScaleFactors(gen), part2Start, pos, gen() % 9, trial);
+    }
+  }
+}
+
+TEST(DecodeGranuleSpectrum, EqualsTreeWalkAndRequantisationForEveryTableBlockKindAndRate) {
+  kxtest::EnsureDecoderTables();
+  std::mt19937 gen(11);
+  std::vector<uint8_t> ring(4096);
+  int trial = 0;
+  for (double density : {0.5, 0.1, 0.9}) {
+    FillRingBits(ring, gen, density);
+    for (uint32_t table = 0; table < 32; ++table) {
+      for (uint32_t kind = 0; kind < 4; ++kind, ++trial) {
+        GranuleInfo gi = RandomGranule(gen);
+        gi.block_type = kind == 3 ? 2 : kind;
+        gi.mixed_block_flag = kind == 3 ? 1 : 0;
+        gi.table_select[0] = gi.table_select[1] = gi.table_select[2] = table;
+        gi.count1table_select = trial % 2;
+        gi.part2_3_length = 4095;
+        const uint32_t rate = trial % 9;
+        for (uint32_t big : {576u, 300u, 36u, 0u}) {
+          gi.big_value_count = big;
+          ExpectSameAsTwoPasses(ring, gi, RandomScaleFactors(gen), 100, 100 + trial % 7, rate, trial);
+          ExpectSameAsTwoPasses(ring, gi, RandomScaleFactors(gen), 4096 * 8 - 200, 4096 * 8 - 200, rate, trial);
+        }
+      }
+    }
+  }
+}
+
+// Short budgets: the count1 part ends early, mid-band and mid-quadruple.
+TEST(DecodeGranuleSpectrum, EqualsTreeWalkAndRequantisationWithShortBudgets) {
+  kxtest::EnsureDecoderTables();
+  std::mt19937 gen(5);
+  std::vector<uint8_t> ring(4096);
+  FillRingBits(ring, gen, 0.3);
+  for (int trial = 0; trial < 3000; ++trial) {
+    GranuleInfo gi = RandomGranule(gen);
+    gi.big_value_count = 2 * (gen() % 120);
+    gi.part2_3_length = gen() % 900;
+    const uint32_t part2Start = gen() % (4096 * 8);
+    ExpectSameAsTwoPasses(ring, gi, RandomScaleFactors(gen), part2Start, part2Start + gen() % 40, gen() % 9, trial);
+  }
+}
+
+}  // namespace
+}  // namespace kxmp3
