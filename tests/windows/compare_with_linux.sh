@@ -11,14 +11,7 @@
 #   compare_with_linux.sh LINUX_KXHOST WINE_RUN KXHOST_EXE WORK_DIR
 # Exit 77 (skipped) when the Linux kxhost is missing.
 set -uo pipefail
-linux="$1"; wine_run="$2"; exe="$3"; work="$4"
-cd "$(dirname "$0")/../.."
-if [ ! -x "$linux" ]; then
-  echo "no Linux kxhost at $linux (scripts/build.sh release): skipped"
-  exit 77
-fi
-export KX_ANSI_CODEPAGE=1252
-rm -rf "$work"; mkdir -p "$work"
+source "$(dirname "$0")/beside_linux.sh" "$@"
 failures=0
 fail() { echo "DIFFERENT: $*"; failures=$((failures + 1)); }
 

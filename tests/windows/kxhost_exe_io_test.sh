@@ -8,15 +8,7 @@
 #   kxhost_exe_io_test.sh LINUX_KXHOST WINE_RUN KXHOST_EXE WORK_DIR
 # Exit 77 (skipped) when the Linux kxhost is missing.
 set -uo pipefail
-absolute() { case "$1" in /*) echo "$1" ;; *) echo "$(pwd)/$1" ;; esac; }
-linux="$(absolute "$1")"; wine_run="$(absolute "$2")"; exe="$(absolute "$3")"; work="$(absolute "$4")"
-cd "$(dirname "$0")/../.."
-if [ ! -x "$linux" ]; then
-  echo "no Linux kxhost at $linux (scripts/build.sh release): skipped"
-  exit 77
-fi
-export KX_ANSI_CODEPAGE=1252
-rm -rf "$work"; mkdir -p "$work"
+source "$(dirname "$0")/beside_linux.sh" "$@"
 sample="$(pwd)/tests/data/sample.mp3"
 failures=0
 fail() { echo "FAILED: $*"; failures=$((failures + 1)); }
