@@ -151,15 +151,18 @@ namespace {
 // contiguous blocks.
 constexpr uint32_t kNewestRow = kLinesPerSubband - 1;  // the row of slot 0 is 17
 
+// One flat block, so that the copies into the ring may run across rows.
 struct alignas(64) GranuleRows {
-  double row[kLinesPerSubband][64];
+  double data[kLinesPerSubband * 64];
+  double* Row(uint32_t i) { return data + 64 * i; }
+  const double* Row(uint32_t i) const { return data + 64 * i; }
 };
 
 // The taps of slot t's window.
 void SlotTaps(const GranuleRows& rows, const double* ring, uint32_t position, uint32_t t, const double* taps[16]) {
   for (uint32_t k = 0; k < 16; ++k) {
     const uint32_t half = 32 * (k & 1);
-    taps[k] = k <= t ? rows.row[kNewestRow - t + k] + half
+    taps[k] = k <= t ? rows.Row(kNewestRow - t + k) + half
                      : ring + ((position + 64 * (k - t - 1)) & (kSynthesisRingSize - 1)) + half;
   }
 }
@@ -170,8 +173,8 @@ void SlotTaps(const GranuleRows& rows, const double* ring, uint32_t position, ui
 void StoreRows(const GranuleRows& rows, double* ring, uint32_t* position) {
   const uint32_t newest = (*position - 64 * kLinesPerSubband) & (kSynthesisRingSize - 1);
   const uint32_t first = kSynthesisRingSize - newest;
-  std::memcpy(ring + newest, rows.row[0], first * sizeof(double));
-  std::memcpy(ring, rows.row[0] + first, newest * sizeof(double));
+  std::memcpy(ring + newest, rows.data, first * sizeof(double));
+  std::memcpy(ring, rows.data + first, newest * sizeof(double));
   *position = newest;
 }
 
@@ -179,20 +182,20 @@ void StoreRows(const GranuleRows& rows, double* ring, uint32_t* position) {
 void MatrixGranule(const double* hybrid, GranuleRows& lin) {
   const DspKernels& k = Dsp();
   if (k.dct32Slots != nullptr) {
-    for (uint32_t t = 0; t < kLinesPerSubband;) t += k.dct32Slots(hybrid, t, lin.row[kNewestRow - t]);
+    for (uint32_t t = 0; t < kLinesPerSubband;) t += k.dct32Slots(hybrid, t, lin.Row(kNewestRow - t));
     return;
   }
   alignas(16) double slot[kSubbands];
   for (uint32_t t = 0; t < kLinesPerSubband; t += 2) {
     for (uint32_t sb = 0; sb < kSubbands; ++sb) slot[sb] = hybrid[kLinesPerSubband * sb + t];
-    k.dct32(slot, lin.row[kNewestRow - t]);
+    k.dct32(slot, lin.Row(kNewestRow - t));
     // Odd time slots of odd subbands are negated: the frequency inversion of the
     // hybrid filterbank, done here in the gather.
     for (uint32_t sb = 0; sb < kSubbands; sb += 2) {
       slot[sb] = hybrid[kLinesPerSubband * sb + t + 1];
       slot[sb + 1] = -hybrid[kLinesPerSubband * (sb + 1) + t + 1];
     }
-    k.dct32(slot, lin.row[kNewestRow - t - 1]);
+    k.dct32(slot, lin.Row(kNewestRow - t - 1));
   }
 }
 
@@ -221,9 +224,9 @@ void SynthesizeStereoGranule(const double* hybrid0, const double* hybrid1, doubl
   GranuleRows rows[2];
   if (k.dct32LastSlotsStereo != nullptr) {
     // Slots 0..15 of each channel, then the last two slots of both in one call.
-    for (uint32_t t = 0; t < 16;) t += k.dct32Slots(hybrid0, t, rows[0].row[kNewestRow - t]);
-    for (uint32_t t = 0; t < 16;) t += k.dct32Slots(hybrid1, t, rows[1].row[kNewestRow - t]);
-    k.dct32LastSlotsStereo(hybrid0, hybrid1, rows[0].row[kNewestRow - 16], rows[1].row[kNewestRow - 16]);
+    for (uint32_t t = 0; t < 16;) t += k.dct32Slots(hybrid0, t, rows[0].Row(kNewestRow - t));
+    for (uint32_t t = 0; t < 16;) t += k.dct32Slots(hybrid1, t, rows[1].Row(kNewestRow - t));
+    k.dct32LastSlotsStereo(hybrid0, hybrid1, rows[0].Row(kNewestRow - 16), rows[1].Row(kNewestRow - 16));
   } else {
     MatrixGranule(hybrid0, rows[0]);
     MatrixGranule(hybrid1, rows[1]);
