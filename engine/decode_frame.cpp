@@ -26,7 +26,7 @@
 #include "frame_index.h"
 #include "header_word.h"
 #include "frame_header.h"
-#include "granule_spectrum.h"
+#include "huffman_requantise.h"
 #include "imdct.h"
 #include "output.h"
 #include "reorder_alias.h"

@@ -99,7 +99,7 @@ extern const HuffmanSignedLookup* const kQuadSignedLookup;
 // are cleared) or -1.
 // Uses the look-up tables; DecodeSpectrumByTree is the same decoding walking the
 // trees bit by bit, kept as the reference the tests hold the fast one to. The decoder
-// itself decodes and requantises in one pass (granule_spectrum.h), held by the tests
+// itself decodes and requantises in one pass (huffman_requantise.h), held by the tests
 // to DecodeSpectrumByTree followed by Requantise.
 int32_t DecodeSpectrum(uint32_t* values, const uint8_t* reservoir, uint32_t& bitPos, const GranuleInfo& gi,
                        uint32_t part2Start, uint32_t rateCode);

@@ -1,5 +1,5 @@
 // The steps of Huffman decoding with look-up tables, shared by DecodeSpectrum
-// (huffman.cpp) and the one-pass decoding and requantisation (granule_spectrum.cpp):
+// (huffman.cpp) and the one-pass decoding and requantisation (huffman_requantise.cpp):
 // the big-values regions, a cache of the next bits of the ring, one pair or
 // quadruple through the look-up tables, and the count1 part with its end rules.
 // Internal to the engine's Huffman decoding.

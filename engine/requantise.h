@@ -1,6 +1,6 @@
 // Requantisation of one granule-channel: coded values to spectral values by table
 // look-up, and the non-zero bounds that stereo, alias reduction and IMDCT use. The
-// decoder does this in one pass with the Huffman decoding (granule_spectrum.h); this
+// decoder does this in one pass with the Huffman decoding (huffman_requantise.h); this
 // two-pass form is the reference the tests hold that pass to.
 #pragma once
 

@@ -60,8 +60,8 @@ def frames(data):
     return found
 
 out = bytearray()
-for spec in sys.argv[2:]:
-    path, *cut = spec.split(":")
+for part in sys.argv[2:]:
+    path, *cut = part.split(":")
     fs = frames(open(path, "rb").read())
     if cut:
         first, count = int(cut[0]), int(cut[1])

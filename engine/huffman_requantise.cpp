@@ -17,7 +17,7 @@
 // The values and bounds are those of DecodeSpectrum followed by Requantise: the same
 // products of the same factors, and zeros (+0.0) wherever those leave a coded value
 // of 0 or clear a line.
-#include "granule_spectrum.h"
+#include "huffman_requantise.h"
 
 #include <cstring>
 

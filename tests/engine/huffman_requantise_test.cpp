@@ -12,7 +12,7 @@
 #include <random>
 #include <vector>
 
-#include "engine/granule_spectrum.h"
+#include "engine/huffman_requantise.h"
 #include "engine/huffman.h"
 #include "engine/requantise.h"
 #include "engine/tables.h"
