@@ -66,9 +66,11 @@ KXPLAT_API int KxIsDBCSLeadByteEx(uint32_t codePage, uint8_t byte);
 // `path`, or to its terminator when there is none.
 KXPLAT_API const char16_t* KxPathFindExtensionW(const char16_t* path);
 
-// Like DisableThreadLibraryCalls (on POSIX no effect; recorded for tests on both).
+// Like DisableThreadLibraryCalls: returns the system's answer (on POSIX, which has
+// no thread notifications, 1 for any module). Every call with a module handle is
+// recorded, answered or declined, so that tests can see the module made it.
 KXPLAT_API int KxDisableThreadLibraryCalls(HMODULE module);
-KXPLAT_API int KxThreadLibraryCallsDisabled(HMODULE module);
+KXPLAT_API int KxThreadLibraryCallsRequested(HMODULE module);
 
 #if !defined(KX_WINDOWS_API_INCLUDED)
 // Message box.

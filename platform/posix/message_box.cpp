@@ -6,7 +6,7 @@
 #include <string>
 
 #include "platform/kx_platform.h"
-#include "utf8_codec.h"
+#include "platform/utf8_codec.h"
 
 namespace {
 

@@ -17,7 +17,7 @@
 
 #include "code_page.h"
 #include "platform/kx_platform.h"
-#include "utf8_codec.h"
+#include "platform/utf8_codec.h"
 
 namespace kxplat {
 namespace {
@@ -167,13 +167,7 @@ int KxMultiByteToWideChar(uint32_t codePage, uint32_t flags, const char* src, in
   std::u16string wide;
   bool valid = true;
   if (!kxplat::DecodeBytes(kxplat::ResolveCodePage(codePage), src, bytes, wide, &valid)) return 0;
-  if (!valid && (flags & MB_ERR_INVALID_CHARS) != 0) return 0;
-  if (wide.size() > 0x7FFFFFFF) return 0;
-  const int needed = static_cast<int>(wide.size());
-  if (dstChars == 0) return needed;
-  if (needed > dstChars) return 0;  // buffer too small
-  std::memcpy(dst, wide.data(), wide.size() * sizeof(char16_t));
-  return needed;
+  return kxplat::AnswerWide(wide, valid, flags, dst, dstChars);
 }
 
 int KxWideCharToMultiByte(uint32_t codePage, uint32_t /*flags*/, const char16_t* src, int srcChars, char* dst,
@@ -188,12 +182,7 @@ int KxWideCharToMultiByte(uint32_t codePage, uint32_t /*flags*/, const char16_t*
   }
   std::string narrow;
   if (!kxplat::EncodeUnits(kxplat::ResolveCodePage(codePage), src, units, narrow)) return 0;
-  if (narrow.size() > 0x7FFFFFFF) return 0;
-  const int needed = static_cast<int>(narrow.size());
-  if (dstBytes == 0) return needed;
-  if (needed > dstBytes) return 0;  // buffer too small
-  std::memcpy(dst, narrow.data(), narrow.size());
-  return needed;
+  return kxplat::AnswerNarrow(narrow, dst, dstBytes);
 }
 
 }  // extern "C"

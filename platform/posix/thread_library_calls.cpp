@@ -8,7 +8,7 @@
 namespace {
 
 std::mutex g_mutex;
-std::set<HMODULE>& DisabledModules() {
+std::set<HMODULE>& RequestedModules() {
   static std::set<HMODULE> modules;
   return modules;
 }
@@ -20,13 +20,13 @@ extern "C" {
 int KxDisableThreadLibraryCalls(HMODULE module) {
   if (module == nullptr) return 0;
   std::lock_guard<std::mutex> lock(g_mutex);
-  DisabledModules().insert(module);
+  RequestedModules().insert(module);
   return 1;
 }
 
-int KxThreadLibraryCallsDisabled(HMODULE module) {
+int KxThreadLibraryCallsRequested(HMODULE module) {
   std::lock_guard<std::mutex> lock(g_mutex);
-  return DisabledModules().count(module) != 0 ? 1 : 0;
+  return RequestedModules().count(module) != 0 ? 1 : 0;
 }
 
 }  // extern "C"

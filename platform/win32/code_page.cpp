@@ -1,5 +1,8 @@
 // Code pages on Windows: the conversions and the lead-byte test are the system's
-// (MultiByteToWideChar, WideCharToMultiByte, IsDBCSLeadByteEx). Code page 0 stands
+// (MultiByteToWideChar, WideCharToMultiByte, IsDBCSLeadByteEx), except for UTF-8
+// (code page 65001), which the layer's own codec converts as on every system: the
+// systems disagree on how many replacement characters an invalid sequence gives, and
+// tag text read on Windows should come out as it does elsewhere. Code page 0 stands
 // for the system's ANSI code page, unless the process environment names another in
 // KX_ANSI_CODEPAGE: the environment is the one setting that the host and every module
 // in the process (each with its own copy of this backend) read alike.
@@ -8,6 +11,7 @@
 #include <cwchar>
 
 #include "../kx_platform.h"
+#include "../utf8_codec.h"
 
 namespace {
 
@@ -58,12 +62,14 @@ uint32_t KxGetAnsiCodePage(void) {
 int KxMultiByteToWideChar(uint32_t codePage, uint32_t flags, const char* src, int srcBytes, char16_t* dst,
                           int dstChars) {
   if (src == nullptr || srcBytes == 0 || dstChars < 0) return 0;
+  if (Resolve(codePage) == CP_UTF8) return kxplat::Utf8ToWide(flags, src, srcBytes, dst, dstChars);
   return MultiByteToWideChar(Resolve(codePage), flags, src, srcBytes, kxwin::Wide(dst), dstChars);
 }
 
 int KxWideCharToMultiByte(uint32_t codePage, uint32_t flags, const char16_t* src, int srcChars, char* dst,
                           int dstBytes) {
   if (src == nullptr || srcChars == 0 || dstBytes < 0) return 0;
+  if (Resolve(codePage) == CP_UTF8) return kxplat::WideToUtf8(src, srcChars, dst, dstBytes);
   return WideCharToMultiByte(Resolve(codePage), flags, kxwin::Wide(src), srcChars, dst, dstBytes, nullptr,
                              nullptr);
 }

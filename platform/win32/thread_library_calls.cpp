@@ -1,6 +1,9 @@
-// DisableThreadLibraryCalls: the system stops sending the module's entry thread
-// attach and detach notifications. The modules that asked are also recorded, so
-// that tests can see the call was made (the system keeps no answer to ask).
+// DisableThreadLibraryCalls: asks the system to stop sending the module's entry
+// thread attach and detach notifications. Windows declines for a library with a
+// TLS directory, and every library mingw-w64 links has one (its C runtime's TLS
+// callbacks free per-thread storage when a thread ends), so the answer is passed
+// back and the caller goes on either way. Each request is recorded whatever the
+// answer, so that tests can see the call was made.
 #include "windows_api.h"
 
 #include <mutex>
@@ -11,7 +14,7 @@
 namespace {
 
 std::mutex g_mutex;
-std::set<HMODULE>& DisabledModules() {
+std::set<HMODULE>& RequestedModules() {
   static std::set<HMODULE> modules;
   return modules;
 }
@@ -22,15 +25,16 @@ extern "C" {
 
 int KxDisableThreadLibraryCalls(HMODULE module) {
   if (module == nullptr) return 0;
-  if (!DisableThreadLibraryCalls(kxwin::Native(module))) return 0;
-  std::lock_guard<std::mutex> lock(g_mutex);
-  DisabledModules().insert(module);
-  return 1;
+  {
+    std::lock_guard<std::mutex> lock(g_mutex);
+    RequestedModules().insert(module);
+  }
+  return DisableThreadLibraryCalls(kxwin::Native(module)) ? 1 : 0;
 }
 
-int KxThreadLibraryCallsDisabled(HMODULE module) {
+int KxThreadLibraryCallsRequested(HMODULE module) {
   std::lock_guard<std::mutex> lock(g_mutex);
-  return DisabledModules().count(module) != 0 ? 1 : 0;
+  return RequestedModules().count(module) != 0 ? 1 : 0;
 }
 
 }  // extern "C"

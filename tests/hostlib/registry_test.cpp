@@ -81,10 +81,12 @@ TEST(ModelessDialogs, ListedOnceAndTakenOut) {
 }
 
 // A dialog procedure like a plug-in's: it ends its initialisation with the host's
-// dialog routine, and passes WM_DESTROY to it as well.
+// dialog routine, and passes WM_DESTROY to it as well. It closes on a click of OK
+// only: the system's controls also send WM_COMMAND notifications of their own (an
+// edit control whose text changes, for one), which it leaves alone.
 intptr_t RoutineProc(HWND dialog, uint32_t message, uintptr_t wParam, intptr_t lParam) {
   if (message == WM_INITDIALOG || message == WM_DESTROY) return ZCoreDialogRoutine(dialog, message, wParam, lParam);
-  if (message == WM_COMMAND) {
+  if (message == WM_COMMAND && wParam == KxMakeWParam(ZCORE_ID_OK, 0)) {
     KxDestroyWindow(dialog);
     return 1;
   }

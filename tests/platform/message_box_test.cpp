@@ -58,13 +58,13 @@ TEST(MessageBox, DefaultWritesCaptionAndTextToStandardError) {
   EXPECT_EQ(err, "Title: Caf\xC3\xA9 \xE3\x82\xA2\n");
 }
 
-TEST(ThreadLibraryCalls, DisablingIsRecordedPerModule) {
+TEST(ThreadLibraryCalls, RequestsAreRecordedPerModule) {
   HMODULE a = KxGetResourceModule("thread-calls-a");
   HMODULE b = KxGetResourceModule("thread-calls-b");
-  EXPECT_EQ(KxThreadLibraryCallsDisabled(a), 0);
+  EXPECT_EQ(KxThreadLibraryCallsRequested(a), 0);
   EXPECT_NE(KxDisableThreadLibraryCalls(a), 0);
-  EXPECT_EQ(KxThreadLibraryCallsDisabled(a), 1);
-  EXPECT_EQ(KxThreadLibraryCallsDisabled(b), 0);
+  EXPECT_EQ(KxThreadLibraryCallsRequested(a), 1);
+  EXPECT_EQ(KxThreadLibraryCallsRequested(b), 0);
   EXPECT_EQ(KxDisableThreadLibraryCalls(nullptr), 0);
 }
 

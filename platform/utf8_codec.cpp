@@ -4,6 +4,10 @@
 // F4 80-8F; each followed by the remaining 80-BF continuations.
 #include "utf8_codec.h"
 
+#include <cstring>
+
+#include "kx_platform.h"
+
 namespace kxplat {
 namespace {
 
@@ -101,6 +105,46 @@ bool Utf8Encode(const char16_t* src, size_t units, std::string& out) {
     }
   }
   return valid;
+}
+
+int AnswerWide(const std::u16string& wide, bool valid, uint32_t flags, char16_t* dst, int dstChars) {
+  if (!valid && (flags & MB_ERR_INVALID_CHARS) != 0) return 0;
+  if (wide.size() > 0x7FFFFFFF) return 0;
+  const int needed = static_cast<int>(wide.size());
+  if (dstChars == 0) return needed;
+  if (needed > dstChars) return 0;  // buffer too small
+  std::memcpy(dst, wide.data(), wide.size() * sizeof(char16_t));
+  return needed;
+}
+
+int AnswerNarrow(const std::string& narrow, char* dst, int dstBytes) {
+  if (narrow.size() > 0x7FFFFFFF) return 0;
+  const int needed = static_cast<int>(narrow.size());
+  if (dstBytes == 0) return needed;
+  if (needed > dstBytes) return 0;  // buffer too small
+  std::memcpy(dst, narrow.data(), narrow.size());
+  return needed;
+}
+
+int Utf8ToWide(uint32_t flags, const char* src, int srcBytes, char16_t* dst, int dstChars) {
+  if (src == nullptr || srcBytes == 0 || srcBytes < -1 || dstChars < 0 || (dst == nullptr && dstChars > 0)) return 0;
+  const size_t bytes = srcBytes == -1 ? std::strlen(src) + 1 : static_cast<size_t>(srcBytes);
+  std::u16string wide;
+  const bool valid = Utf8Decode(reinterpret_cast<const uint8_t*>(src), bytes, wide);
+  return AnswerWide(wide, valid, flags, dst, dstChars);
+}
+
+int WideToUtf8(const char16_t* src, int srcChars, char* dst, int dstBytes) {
+  if (src == nullptr || srcChars == 0 || srcChars < -1 || dstBytes < 0 || (dst == nullptr && dstBytes > 0)) return 0;
+  size_t units = static_cast<size_t>(srcChars);
+  if (srcChars == -1) {
+    units = 0;
+    while (src[units] != 0) ++units;
+    ++units;  // the terminator converts too
+  }
+  std::string narrow;
+  Utf8Encode(src, units, narrow);
+  return AnswerNarrow(narrow, dst, dstBytes);
 }
 
 }  // namespace kxplat
