@@ -1,20 +1,28 @@
-// The system's sound output for `kxhost play`: an ALSA PCM opened for one format
-// (rate, channels, 16-bit integer or 64-bit float samples, interleaved). PipeWire
-// and PulseAudio systems take it through their ALSA plug-ins; a device that does
-// not take the format itself is opened through ALSA's plug layer, which converts.
-// Writes block while the device's buffer is full, recover from underruns, and are
-// never allowed to run more than the buffer's time ahead of the wall clock (a
-// device without a clock of its own, such as ALSA's null PCM, then plays in real
-// time too).
+// The system's sound output for `kxhost play`, opened for one format (rate,
+// channels, 16-bit integer or 64-bit float samples, interleaved).
+//
+// Linux: an ALSA PCM. PipeWire and PulseAudio systems take it through their ALSA
+// plug-ins; a device that does not take the format itself is opened through ALSA's
+// plug layer, which converts. Writes block while the device's buffer is full,
+// recover from underruns, and are never allowed to run more than the buffer's time
+// ahead of the wall clock (a device without a clock of its own, such as ALSA's null
+// PCM, then plays in real time too).
+//
+// Windows: a waveOut device (the wave mapper, or one named by number or name),
+// fed through a ring of blocks that together hold about half a second; a write
+// waits while every block is queued. A device that refuses 64-bit float samples is
+// given 32-bit float ones, converted here.
 #pragma once
 
-#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <string>
 
 namespace kxhost {
+
+// What `--device` takes on this system, for the help text.
+extern const char* const kAudioDeviceHelp;
 
 struct AudioFormat {
   uint32_t rate = 0;
@@ -28,8 +36,9 @@ struct AudioFormat {
 
 class AudioDevice {
  public:
-  // Opens `name` (an ALSA PCM name) for `format`. Throws CliError (exit status 2)
-  // with the system's reason when it cannot.
+  // Opens `name` (an ALSA PCM name; on Windows "default", a device number or the
+  // start of a device's name) for `format`. Throws CliError (exit status 2) with the
+  // system's reason when it cannot.
   static std::unique_ptr<AudioDevice> Open(const std::string& name, const AudioFormat& format);
   ~AudioDevice();
   AudioDevice(const AudioDevice&) = delete;
@@ -54,17 +63,12 @@ class AudioDevice {
   uint64_t FramesWritten() const { return framesWritten_; }
 
  private:
-  AudioDevice() = default;
-  void Pace(size_t frames);
+  struct System;  // the backend's own state
+  explicit AudioDevice(const AudioFormat& format);
 
-  void* pcm_ = nullptr;  // snd_pcm_t
+  std::unique_ptr<System> system_;
   AudioFormat format_;
-  bool canPause_ = false;
-  bool paused_ = false;
   uint64_t framesWritten_ = 0;
-  uint64_t pacedFrames_ = 0;  // frames written since the pacing clock started
-  std::chrono::steady_clock::time_point pacingStart_;
-  std::chrono::microseconds bufferTime_{500000};
 };
 
 }  // namespace kxhost

@@ -3,17 +3,45 @@
 
 #include <alsa/asoundlib.h>
 
+#include <chrono>
+#include <memory>
 #include <thread>
 
 #include "cli_error.h"
 
 namespace kxhost {
 
+const char* const kAudioDeviceHelp = "the ALSA PCM to play through (default: default)";
+
+struct AudioDevice::System {
+  snd_pcm_t* pcm = nullptr;
+  bool canPause = false;
+  bool paused = false;
+  uint64_t pacedFrames = 0;  // frames written since the pacing clock started
+  std::chrono::steady_clock::time_point pacingStart;
+  std::chrono::microseconds bufferTime{500000};
+
+  ~System() {
+    if (pcm != nullptr) snd_pcm_close(pcm);
+  }
+  void RestartClock() {
+    pacedFrames = 0;
+    pacingStart = std::chrono::steady_clock::now();
+  }
+  // A device that takes samples faster than it plays them (one without a clock)
+  // is held to the wall clock: never more than its buffer's time ahead.
+  void Pace(size_t frames, uint32_t rate) {
+    pacedFrames += frames;
+    const auto ahead = std::chrono::microseconds(pacedFrames * 1000000 / rate) - bufferTime;
+    const auto due = pacingStart + ahead;
+    const auto now = std::chrono::steady_clock::now();
+    if (due > now) std::this_thread::sleep_for(due - now);
+  }
+};
+
 namespace {
 
 constexpr unsigned kLatencyMicroseconds = 500000;
-
-snd_pcm_t* Pcm(void* p) { return static_cast<snd_pcm_t*>(p); }
 
 // ALSA's own messages on standard error ("ALSA lib pcm.c:...") are kept quiet:
 // kxhost says what failed in one line of its own.
@@ -48,46 +76,36 @@ std::unique_ptr<AudioDevice> AudioDevice::Open(const std::string& name, const Au
   if (rc < 0) {
     throw CliError("cannot open the audio device " + name + ": " + snd_strerror(rc), kExitUsage);
   }
-  std::unique_ptr<AudioDevice> device(new AudioDevice());
-  device->pcm_ = pcm;
-  device->format_ = format;
+  std::unique_ptr<AudioDevice> device(new AudioDevice(format));
+  System& system = *device->system_;
+  system.pcm = pcm;
   snd_pcm_hw_params_t* params = nullptr;
   snd_pcm_hw_params_alloca(&params);
   if (snd_pcm_hw_params_current(pcm, params) == 0) {
-    device->canPause_ = snd_pcm_hw_params_can_pause(params) != 0;
+    system.canPause = snd_pcm_hw_params_can_pause(params) != 0;
     unsigned bufferTime = 0;
     int dir = 0;
     if (snd_pcm_hw_params_get_buffer_time(params, &bufferTime, &dir) == 0 && bufferTime > 0) {
-      device->bufferTime_ = std::chrono::microseconds(bufferTime);
+      system.bufferTime = std::chrono::microseconds(bufferTime);
     }
   }
-  device->pacingStart_ = std::chrono::steady_clock::now();
+  system.RestartClock();
   return device;
 }
 
-AudioDevice::~AudioDevice() {
-  if (pcm_ != nullptr) snd_pcm_close(Pcm(pcm_));
-}
+AudioDevice::AudioDevice(const AudioFormat& format) : system_(std::make_unique<System>()), format_(format) {}
 
-void AudioDevice::Pace(size_t frames) {
-  // A device that takes samples faster than it plays them (one without a clock)
-  // is held to the wall clock: never more than its buffer's time ahead.
-  pacedFrames_ += frames;
-  const auto ahead = std::chrono::microseconds(pacedFrames_ * 1000000 / format_.rate) - bufferTime_;
-  const auto due = pacingStart_ + ahead;
-  const auto now = std::chrono::steady_clock::now();
-  if (due > now) std::this_thread::sleep_for(due - now);
-}
+AudioDevice::~AudioDevice() = default;
 
 bool AudioDevice::Write(const uint8_t* data, size_t frames, std::string* error) {
   const uint32_t frameBytes = format_.BytesPerFrame();
   size_t left = frames;
   while (left > 0) {
-    const snd_pcm_sframes_t n = snd_pcm_writei(Pcm(pcm_), data, left);
+    const snd_pcm_sframes_t n = snd_pcm_writei(system_->pcm, data, left);
     if (n < 0) {
       // An underrun (-EPIPE) or a suspended device (-ESTRPIPE) is recovered and the
       // write goes on; anything else ends the playback.
-      const int rc = snd_pcm_recover(Pcm(pcm_), static_cast<int>(n), 1);
+      const int rc = snd_pcm_recover(system_->pcm, static_cast<int>(n), 1);
       if (rc < 0) {
         if (error != nullptr) *error = snd_strerror(rc);
         return false;
@@ -97,42 +115,38 @@ bool AudioDevice::Write(const uint8_t* data, size_t frames, std::string* error) 
     data += static_cast<size_t>(n) * frameBytes;
     left -= static_cast<size_t>(n);
     framesWritten_ += static_cast<uint64_t>(n);
-    Pace(static_cast<size_t>(n));
+    system_->Pace(static_cast<size_t>(n), format_.rate);
   }
   return true;
 }
 
 void AudioDevice::SetPaused(bool paused) {
-  if (paused == paused_) return;
-  paused_ = paused;
-  if (canPause_) {
-    snd_pcm_pause(Pcm(pcm_), paused ? 1 : 0);
+  System& system = *system_;
+  if (paused == system.paused) return;
+  system.paused = paused;
+  if (system.canPause) {
+    snd_pcm_pause(system.pcm, paused ? 1 : 0);
   } else if (paused) {
-    snd_pcm_drop(Pcm(pcm_));
-    snd_pcm_prepare(Pcm(pcm_));
+    snd_pcm_drop(system.pcm);
+    snd_pcm_prepare(system.pcm);
   }
-  if (!paused) {
-    // The clock starts again from here.
-    pacedFrames_ = 0;
-    pacingStart_ = std::chrono::steady_clock::now();
-  }
+  if (!paused) system.RestartClock();  // the clock starts again from here
 }
 
 void AudioDevice::Discard() {
-  snd_pcm_drop(Pcm(pcm_));
-  snd_pcm_prepare(Pcm(pcm_));
-  pacedFrames_ = 0;
-  pacingStart_ = std::chrono::steady_clock::now();
+  snd_pcm_drop(system_->pcm);
+  snd_pcm_prepare(system_->pcm);
+  system_->RestartClock();
 }
 
 void AudioDevice::Drain() {
-  if (paused_) SetPaused(false);
-  snd_pcm_drain(Pcm(pcm_));
+  if (system_->paused) SetPaused(false);
+  snd_pcm_drain(system_->pcm);
 }
 
 uint64_t AudioDevice::FramesPlayed() const {
   snd_pcm_sframes_t delay = 0;
-  if (snd_pcm_delay(Pcm(pcm_), &delay) < 0 || delay < 0) delay = 0;
+  if (snd_pcm_delay(system_->pcm, &delay) < 0 || delay < 0) delay = 0;
   const uint64_t buffered = static_cast<uint64_t>(delay);
   return framesWritten_ > buffered ? framesWritten_ - buffered : 0;
 }

@@ -1,13 +1,12 @@
-// kxhost play: plays files and folders through the system's sound output (ALSA),
-// gaplessly where consecutive files share their format, with ReplayGain, and on a
-// terminal with keys and a status line.
-#include <unistd.h>
-
+// kxhost play: plays files and folders through the system's sound output (ALSA on
+// Linux, waveOut on Windows), gaplessly where consecutive files share their format,
+// with ReplayGain, and on a terminal with keys and a status line.
 #include <algorithm>
 #include <random>
 #include <string>
 #include <vector>
 
+#include "audio_device.h"
 #include "commands.h"
 #include "decoder_session.h"
 #include "file_list.h"
@@ -84,8 +83,8 @@ void AddPlayCommand(CLI::App& app, const GlobalOptions& options, CommandResult& 
   sub->add_option("FILE", opts.inputs, "audio files, or folders whose files are played in name order")->required();
   sub->add_flag("-r,--recursive", opts.recursive, "descend into the subfolders of a folder");
   sub->add_flag("--shuffle", opts.shuffle, "play the files in a random order");
-  sub->add_option("--device", opts.device, "the ALSA PCM to play through (default: default)");
-  sub->add_flag("--float", opts.useFloat, "send 64-bit float samples (ALSA's plug layer converts where needed)");
+  sub->add_option("--device", opts.device, kAudioDeviceHelp);
+  sub->add_flag("--float", opts.useFloat, "send 64-bit float samples (converted where the device needs it)");
   sub->add_flag("--no-deemphasis", opts.noDeemphasis, "never apply de-emphasis, whatever the file asks");
   sub->add_option("--replaygain", opts.replayGain, "off, track or album (default: track)");
   sub->add_option("--preamp", opts.preamp, "decibels added to the tags' ReplayGain (default 0)");
@@ -106,7 +105,7 @@ void AddPlayCommand(CLI::App& app, const GlobalOptions& options, CommandResult& 
       "  kxhost play album/\n"
       "  kxhost play -r --shuffle ~/Music\n"
       "  kxhost play --replaygain album --preamp 3 live/*.mp3\n"
-      "  kxhost play --device hw:1,0 --float song.mp3");
+      "  kxhost play --device 1 --float song.mp3");
   sub->callback([&options, &result] { result.exitCode = RunPlay(options, opts); });
 }
 

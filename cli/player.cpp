@@ -1,8 +1,6 @@
 // Gapless playback with ReplayGain, keys and a status line (see player.h).
 #include "player.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
@@ -16,6 +14,7 @@
 #include "decoder_session.h"
 #include "file_report.h"
 #include "interrupt.h"
+#include "progress.h"
 #include "terminal.h"
 
 namespace kxhost {
@@ -39,7 +38,11 @@ struct Track {
 };
 
 std::string BaseName(const std::string& path) {
+#if defined(_WIN32)
+  const size_t slash = path.find_last_of("/\\");
+#else
   const size_t slash = path.find_last_of('/');
+#endif
   return slash == std::string::npos ? path : path.substr(slash + 1);
 }
 
@@ -79,7 +82,7 @@ class Player {
  public:
   Player(const LoadedModule& module, const std::vector<std::string>& files, const PlaySettings& settings)
       : module_(module), files_(files), settings_(settings), keys_(settings.keys),
-        statusLine_(!settings.quiet && isatty(STDERR_FILENO) != 0) {}
+        statusLine_(!settings.quiet && StderrIsTerminal()) {}
 
   PlaySummary Run();
 
