@@ -68,29 +68,15 @@ LoadedModule::LoadedModule(const std::string& path) : path_(path) {
     const char* why = dlerror();
     throw CliError("not a loadable module: " + path + (why != nullptr ? std::string(" (") + why + ")" : ""));
   }
-  auto getInfo = reinterpret_cast<ZssGetPluginInfoFn>(dlsym(handle_, ZSS_EXPORT_GET_PLUGIN_INFO));
-  if (getInfo == nullptr) {
-    dlclose(handle_);
-    handle_ = nullptr;
-    throw CliError(std::string("missing export ") + ZSS_EXPORT_GET_PLUGIN_INFO + " in " + path);
-  }
-  KxResult rc = getInfo(&info_);
-  if (rc != AF_S_OK || info_.getFormatInfo == nullptr) {
-    dlclose(handle_);
-    handle_ = nullptr;
-    throw CliError("the module refused its plug-in information: " + ResultText(rc) + " in " + path);
-  }
-  rc = info_.getFormatInfo(&format_);
-  if (rc != AF_S_OK) {
-    dlclose(handle_);
-    handle_ = nullptr;
-    throw CliError("the module refused its format record: " + ResultText(rc) + " in " + path);
-  }
+  ReadRecords();
 }
 
-LoadedModule::~LoadedModule() {
+void LoadedModule::Unload() {
   if (handle_ != nullptr) dlclose(handle_);
+  handle_ = nullptr;
 }
+
+LoadedModule::~LoadedModule() { Unload(); }
 
 void* LoadedModule::Symbol(const char* name) const { return dlsym(handle_, name); }
 

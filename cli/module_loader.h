@@ -34,6 +34,13 @@ class LoadedModule {
   void* Symbol(const char* name) const;
 
  private:
+  // Reads the two records of the loaded module; unloads it and throws CliError when
+  // one is missing or refused.
+  void ReadRecords();
+  void ReadEachRecord();
+  // Unloads the module (the system's call of each platform).
+  void Unload();
+
   std::string path_;
   void* handle_ = nullptr;
   PluginInfo info_{};

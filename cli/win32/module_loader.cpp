@@ -79,29 +79,15 @@ LoadedModule::LoadedModule(const std::string& path) : path_(path) {
     throw CliError("not a loadable module: " + path + " (" + SystemMessage(GetLastError()) + ")");
   }
   handle_ = module;
-  auto getInfo = reinterpret_cast<ZssGetPluginInfoFn>(Symbol(ZSS_EXPORT_GET_PLUGIN_INFO));
-  if (getInfo == nullptr) {
-    FreeLibrary(module);
-    handle_ = nullptr;
-    throw CliError(std::string("missing export ") + ZSS_EXPORT_GET_PLUGIN_INFO + " in " + path);
-  }
-  KxResult rc = getInfo(&info_);
-  if (rc != AF_S_OK || info_.getFormatInfo == nullptr) {
-    FreeLibrary(module);
-    handle_ = nullptr;
-    throw CliError("the module refused its plug-in information: " + ResultText(rc) + " in " + path);
-  }
-  rc = info_.getFormatInfo(&format_);
-  if (rc != AF_S_OK) {
-    FreeLibrary(module);
-    handle_ = nullptr;
-    throw CliError("the module refused its format record: " + ResultText(rc) + " in " + path);
-  }
+  ReadRecords();
 }
 
-LoadedModule::~LoadedModule() {
+void LoadedModule::Unload() {
   if (handle_ != nullptr) FreeLibrary(static_cast<WinHMODULE>(handle_));
+  handle_ = nullptr;
 }
+
+LoadedModule::~LoadedModule() { Unload(); }
 
 void* LoadedModule::Symbol(const char* name) const {
   return reinterpret_cast<void*>(GetProcAddress(static_cast<WinHMODULE>(handle_), name));

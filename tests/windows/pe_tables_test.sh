@@ -12,7 +12,7 @@ status=0
 fail() { echo "FAIL: $*"; status=1; }
 
 # Windows system libraries a file may import.
-system_dlls='^(KERNEL32|msvcrt|USER32|SHLWAPI|ADVAPI32|GDI32|COMCTL32|ucrtbase|api-ms-win-[a-z0-9-]+)\.dll$'
+system_dlls='^(KERNEL32|msvcrt|USER32|SHLWAPI|ADVAPI32|GDI32|COMCTL32|WINMM|ucrtbase|api-ms-win-[a-z0-9-]+)\.dll$'
 
 imports() { "$objdump" -p "$1" | sed -n 's/^\s*DLL Name: //p' | sort; }
 
