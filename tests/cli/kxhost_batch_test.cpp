@@ -110,6 +110,9 @@ TEST(KxhostProgress, ALongDecodeShowsTheTimeLeft) {
   const auto r = RunProcess(kHost, {"--plugin", kModule, "--progress", "decode", input, "-o", dir / "a.raw"});
   EXPECT_EQ(r.exitCode, 0) << r.err.substr(0, 300);
   EXPECT_NE(r.err.find("  ETA 0:"), std::string::npos) << r.err.substr(0, 2000);
+  // Each drawing starts over at the line's beginning, and the line is wiped at the end.
+  EXPECT_NE(r.err.find("\r["), std::string::npos) << r.err.substr(0, 300);
+  EXPECT_NE(r.err.find("\x1b[K"), std::string::npos) << r.err.substr(0, 300);
 }
 
 }  // namespace

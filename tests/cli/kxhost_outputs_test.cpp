@@ -38,6 +38,7 @@ TEST(KxhostOutputs, NoClobberKeepsAnExistingFileAndReplacingIsSaid) {
   EXPECT_EQ(replaced.err,
             out + ": 44100 samples, 44100 Hz, 2 channels, 16-bit, 0:01.000 (replaced the existing file)\n");
   EXPECT_EQ(kxtest::ReadFileBytes(out).size(), 44u + 44100 * 4);
+  EXPECT_EQ(kxtest::ListNames(dir.Path()), std::vector<std::string>{"song.wav"});  // no temporary file left
   // A batch: existing outputs are kept and counted.
   kxtest::MakeDir(dir / "in");
   kxtest::WriteFileBytes(dir / "in/a.mp3", kxtest::ReadFileBytes(kInput));
