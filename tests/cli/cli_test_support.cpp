@@ -7,6 +7,8 @@
 #include <fstream>
 #include <iterator>
 
+#include <gtest/gtest.h>
+
 #include "support/temp_folder.h"
 
 namespace kxtest {
@@ -114,6 +116,21 @@ std::string MakeLongStream(const std::string& path, int copies) {
   for (int i = 0; i < copies; ++i) all.insert(all.end(), one.begin(), one.end());
   WriteFileBytes(path, all);
   return path;
+}
+
+std::string DecodeToRaw(const std::string& input, const std::vector<std::string>& extra) {
+  std::vector<std::string> args = {"--plugin", KX_MODULE_PATH, "decode", input, "-o", "-", "--format", "raw"};
+  args.insert(args.end(), extra.begin(), extra.end());
+  const auto r = RunProcess(KX_KXHOST_PATH, args);
+  EXPECT_EQ(r.exitCode, 0) << r.err;
+  return r.out;
+}
+
+nlohmann::json InfoWithoutName(const ProcessResult& r) {
+  nlohmann::json doc = nlohmann::json::parse(r.out, nullptr, false);
+  if (!doc.is_array() || doc.size() != 1) return nlohmann::json();
+  doc[0].erase("file");
+  return doc[0];
 }
 
 std::vector<std::string> CheckSchema(const nlohmann::json& schema, const nlohmann::json& value,

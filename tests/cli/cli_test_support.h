@@ -10,6 +10,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include "run_process.h"
+
 namespace kxtest {
 
 // A scratch folder in the system's temporary folder, removed (recursively) at the
@@ -43,6 +45,13 @@ std::vector<std::string> MakeFiftyFiles(const std::string& root);
 // A long stream at `path`: the frames of a file without a VBR header, `copies` times
 // over (1500 copies are about 14 minutes of audio). Returns `path`.
 std::string MakeLongStream(const std::string& path, int copies);
+
+// kxhost's decode of `input` to raw 16-bit samples on standard output (`extra`
+// options added); a failed run is a test failure.
+std::string DecodeToRaw(const std::string& input, const std::vector<std::string>& extra = {});
+// The info --json object of a run on one input, without its "file" key (null when
+// the output is not an array of one object).
+nlohmann::json InfoWithoutName(const ProcessResult& r);
 
 // Checks `value` against `schema` (keywords: type, enum, minimum, maximum,
 // required, properties, additionalProperties: false, items, oneOf). Returns the

@@ -22,11 +22,8 @@ const std::string kModule = KX_MODULE_PATH;
 const std::string kMp3 = std::string(KX_TEST_DATA_DIR) + "/mp3/";
 
 std::vector<uint8_t> DecodeRaw(const std::vector<std::string>& extra, const std::string& file) {
-  std::vector<std::string> args = {"--plugin", kModule, "decode", file, "-o", "-", "--format", "raw"};
-  args.insert(args.end(), extra.begin(), extra.end());
-  const auto r = RunProcess(kHost, args);
-  EXPECT_EQ(r.exitCode, 0) << r.err;
-  return std::vector<uint8_t>(r.out.begin(), r.out.end());
+  const std::string raw = kxtest::DecodeToRaw(file, extra);
+  return std::vector<uint8_t>(raw.begin(), raw.end());
 }
 
 // The module's own PCM for a file, pulled in-process as a player would.

@@ -28,14 +28,6 @@ const std::string kHost = KX_KXHOST_PATH;
 const std::string kModule = KX_MODULE_PATH;
 const std::string kMp3 = std::string(KX_TEST_DATA_DIR) + "/mp3/";
 
-// The info JSON object of one input, without its "file" key.
-json InfoWithoutName(const kxtest::ProcessResult& r) {
-  json doc = json::parse(r.out, nullptr, false);
-  if (!doc.is_array() || doc.size() != 1) return json();
-  doc[0].erase("file");
-  return doc[0];
-}
-
 TEST(KxhostInputs, AFifoIsReadLikeAPipe) {
   kxtest::ScratchDir dir;
   const std::string fifo = dir / "stream.mp3";
@@ -55,7 +47,7 @@ TEST(KxhostInputs, AFifoIsReadLikeAPipe) {
   writer.join();
   ASSERT_EQ(r.exitCode, 0) << r.err;
   const auto direct = RunProcess(kHost, {"--plugin", kModule, "info", "--json", kMp3 + "id3v2.mp3"});
-  EXPECT_EQ(InfoWithoutName(r), InfoWithoutName(direct));
+  EXPECT_EQ(kxtest::InfoWithoutName(r), kxtest::InfoWithoutName(direct));
   EXPECT_EQ(json::parse(r.out)[0]["file_size"], bytes.size());
   EXPECT_TRUE(S_ISFIFO([&] { struct stat st {}; lstat(fifo.c_str(), &st); return st.st_mode; }()));
 }

@@ -35,14 +35,6 @@ const char* const kStandardInputNames[] = {"-", "/dev/stdin"};
 const char* const kTemporaryFolderVariable = "TMPDIR";
 #endif
 
-// The info JSON object of one input, without its "file" key.
-json InfoWithoutName(const kxtest::ProcessResult& r) {
-  json doc = json::parse(r.out, nullptr, false);
-  if (!doc.is_array() || doc.size() != 1) return json();
-  doc[0].erase("file");
-  return doc[0];
-}
-
 TEST(KxhostInputs, StandardInputGivesWhatTheFileGives) {
   // An APE tag at the end: found only if the module can seek in what was piped.
   // Junk before the first frame: standard input is taken as an .mp3 file, whose
@@ -57,7 +49,7 @@ TEST(KxhostInputs, StandardInputGivesWhatTheFileGives) {
       const auto piped = RunProcess(kHost, {"--plugin", kModule, "info", "--json", stdinName}, {}, FileText(file));
       ASSERT_EQ(piped.exitCode, 0) << piped.err;
       EXPECT_EQ(json::parse(piped.out)[0]["file"], stdinName);
-      EXPECT_EQ(InfoWithoutName(piped), InfoWithoutName(direct));
+      EXPECT_EQ(kxtest::InfoWithoutName(piped), kxtest::InfoWithoutName(direct));
     }
     const auto raw = RunProcess(kHost, {"--plugin", kModule, "decode", file, "-o", "-", "--format", "raw"});
     const auto rawPiped =

@@ -27,12 +27,6 @@ const std::string kModule = KX_MODULE_PATH;
 const std::string kMp3 = std::string(KX_TEST_DATA_DIR) + "/mp3/";
 const std::string kInput = kMp3 + "m1_44100_joint_cbr.mp3";  // 44100 stereo samples
 
-std::string RawOf(const std::string& input) {
-  const auto r = RunProcess(kHost, {"--plugin", kModule, "decode", input, "-o", "-", "--format", "raw"});
-  EXPECT_EQ(r.exitCode, 0) << r.err;
-  return r.out;
-}
-
 struct stat StatOf(const std::string& path) {
   struct stat st {};
   lstat(path.c_str(), &st);
@@ -104,7 +98,7 @@ TEST(KxhostOutputs, AFifoIsWrittenInPlaceForItsReader) {
   kxtest::ScratchDir dir;
   const std::string fifo = dir / "player";
   ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0) << std::strerror(errno);
-  const std::string raw = RawOf(kInput);
+  const std::string raw = kxtest::DecodeToRaw(kInput);
   ASSERT_EQ(raw.size(), 44100u * 4);
   {
     FifoReader reader(fifo);

@@ -19,12 +19,6 @@ const std::string kModule = KX_MODULE_PATH;
 const std::string kMp3 = std::string(KX_TEST_DATA_DIR) + "/mp3/";
 const std::string kInput = kMp3 + "m1_44100_joint_cbr.mp3";  // 44100 stereo samples
 
-std::string RawOf(const std::string& input) {
-  const auto r = RunProcess(kHost, {"--plugin", kModule, "decode", input, "-o", "-", "--format", "raw"});
-  EXPECT_EQ(r.exitCode, 0) << r.err;
-  return r.out;
-}
-
 TEST(KxhostOutputs, NoClobberKeepsAnExistingFileAndReplacingIsSaid) {
   kxtest::ScratchDir dir;
   const std::string out = dir / "song.wav";
@@ -56,7 +50,7 @@ TEST(KxhostOutputs, NoClobberKeepsAnExistingFileAndReplacingIsSaid) {
 
 TEST(KxhostOutputs, TheExtensionChoosesTheFormatAndContradictionsAreRefused) {
   kxtest::ScratchDir dir;
-  const std::string raw = RawOf(kInput);
+  const std::string raw = kxtest::DecodeToRaw(kInput);
   for (const char* name : {"x.raw", "x.pcm", "X.RAW"}) {
     SCOPED_TRACE(name);
     const auto r = RunProcess(kHost, {"--plugin", kModule, "decode", kInput, "-o", dir / name});
