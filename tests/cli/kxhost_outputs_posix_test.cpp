@@ -1,4 +1,4 @@
-// Where kxhost decode writes, in the POSIX file system's special files: a device
+// Where kxhost decode writes, in the POSIX file system's other kinds of file: a device
 // node or a FIFO given to -o is written in place and is still there afterwards
 // (nodes are made in a scratch folder, never the machine's own /dev); a symbolic
 // link stays a link; and every command that writes to standard output fails with
