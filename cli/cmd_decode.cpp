@@ -28,6 +28,7 @@
 #include "file_list.h"
 #include "interrupt.h"
 #include "output_file.h"
+#include "path_names.h"
 #include "progress.h"
 #include "text.h"
 
@@ -66,7 +67,7 @@ bool IsDirectory(const std::string& path) {
 // mkdir -p; throws CliError.
 void MakeDirectories(const std::string& path) {
   if (path.empty() || IsDirectory(path)) return;
-  const size_t slash = path.find_last_of('/');
+  const size_t slash = LastSeparator(path);
   if (slash != std::string::npos && slash != 0) MakeDirectories(path.substr(0, slash));
   if (mkdir(path.c_str(), 0777) != 0 && errno != EEXIST) {
     throw CliError("cannot make the folder " + path + ": " + std::strerror(errno));
@@ -75,7 +76,7 @@ void MakeDirectories(const std::string& path) {
 
 // "a/b.mp3" -> "a/b.wav": the extension of the last path element replaced.
 std::string WithExtension(const std::string& relative, const std::string& extension) {
-  const size_t slash = relative.find_last_of('/');
+  const size_t slash = LastSeparator(relative);
   const size_t dot = relative.find_last_of('.');
   const bool hasExtension = dot != std::string::npos && (slash == std::string::npos || dot > slash + 1);
   return (hasExtension ? relative.substr(0, dot) : relative) + extension;
@@ -83,7 +84,7 @@ std::string WithExtension(const std::string& relative, const std::string& extens
 
 // The extension of the last path element, lower case, without the dot ("" if none).
 std::string ExtensionOf(const std::string& path) {
-  const size_t slash = path.find_last_of('/');
+  const size_t slash = LastSeparator(path);
   const size_t dot = path.find_last_of('.');
   if (dot == std::string::npos || (slash != std::string::npos && dot < slash + 2) || dot == 0) return "";
   std::string ext = path.substr(dot + 1);
@@ -190,7 +191,7 @@ int RunSingle(const GlobalOptions& options, const DecodeOptions& opts, DecodeSet
   const auto module = PrepareModule(options);
   Progress progress(options.quiet, 1, "");
   const std::string& input = opts.inputs[0];
-  const std::string shownName = input.substr(input.find_last_of('/') == std::string::npos ? 0 : input.find_last_of('/') + 1);
+  const std::string shownName = BaseName(input);
   const DecodeOutcome outcome =
       DecodeFile(*module, input, opts.out, settings, [&](uint64_t done, uint64_t total, uint32_t rate) {
         progress.FileProgress(0, shownName, done, total, rate);
@@ -262,7 +263,7 @@ int RunBatch(const GlobalOptions& options, const DecodeOptions& opts, const Deco
       }
       BatchJob job;
       job.input = file;
-      job.output = opts.outDir + (opts.outDir.back() == '/' ? "" : "/") + WithExtension(file.relative, extension);
+      job.output = JoinPath(opts.outDir, WithExtension(file.relative, extension));
       if (auto [it, added] = owners.emplace(job.output, file.path); !added) job.clash = it->second;
       struct stat st {};
       if (stat(job.output.c_str(), &st) == 0 && inputIds.count({st.st_dev, st.st_ino}) != 0) {
@@ -298,7 +299,7 @@ int RunBatch(const GlobalOptions& options, const DecodeOptions& opts, const Deco
         }
         {
           std::lock_guard<std::mutex> lock(folderMutex);
-          const size_t slash = job.output.find_last_of('/');
+          const size_t slash = LastSeparator(job.output);
           if (slash != std::string::npos) MakeDirectories(job.output.substr(0, slash));
         }
         const DecodeOutcome outcome =

@@ -8,6 +8,7 @@
 #include <cerrno>
 
 #include "cli_error.h"
+#include "path_names.h"
 
 namespace kxhost {
 
@@ -16,11 +17,6 @@ namespace {
 bool IsDirectory(const std::string& path) {
   struct stat st {};
   return stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
-}
-
-std::string Join(const std::string& a, const std::string& b) {
-  if (a.empty()) return b;
-  return a.back() == '/' ? a + b : a + "/" + b;
 }
 
 void ListDirectory(const std::string& dir, const std::string& relative, bool recursive,
@@ -43,8 +39,9 @@ void ListDirectory(const std::string& dir, const std::string& relative, bool rec
   closedir(handle);
   std::sort(names.begin(), names.end());
   for (const auto& name : names) {
-    const std::string path = Join(dir, name);
-    const std::string rel = relative.empty() ? name : relative + "/" + name;
+    // Names below the folder are joined as the folder's own text joins them.
+    const std::string path = JoinPath(dir, name);
+    const std::string rel = relative.empty() ? name : relative + SeparatorIn(dir) + name;
     struct stat link {};
     if (lstat(path.c_str(), &link) != 0) continue;
     if (S_ISDIR(link.st_mode)) {
@@ -72,8 +69,7 @@ std::vector<InputFile> ExpandInputs(const std::vector<std::string>& arguments, b
     }
     InputFile file;
     file.path = argument;
-    const size_t slash = argument.rfind('/');
-    file.relative = slash == std::string::npos ? argument : argument.substr(slash + 1);
+    file.relative = BaseName(argument);
     out.push_back(file);
   }
   return out;

@@ -14,6 +14,7 @@
 #include "host/kxcore.h"
 #include "input_files.h"
 #include "interrupt.h"
+#include "path_names.h"
 #include "text.h"
 
 namespace kxhost {
@@ -68,7 +69,7 @@ std::string SizeText(uint64_t bytes) {
 
 // ".mp3" of "a/b.mp3" when it is plain text; `fallback` otherwise.
 std::string ExtensionOf(const std::string& path, const std::string& fallback) {
-  const size_t slash = path.find_last_of('/');
+  const size_t slash = LastSeparator(path);
   const size_t dot = path.find_last_of('.');
   if (dot == std::string::npos || (slash != std::string::npos && dot < slash + 2) || dot == 0) return fallback;
   const std::string ext = path.substr(dot);

@@ -14,6 +14,7 @@
 #include "decoder_session.h"
 #include "file_report.h"
 #include "interrupt.h"
+#include "path_names.h"
 #include "progress.h"
 #include "terminal.h"
 
@@ -36,15 +37,6 @@ struct Track {
   AppliedGain gain;
   uint64_t totalFrames = 0;          // sample frames per the information record
 };
-
-std::string BaseName(const std::string& path) {
-#if defined(_WIN32)
-  const size_t slash = path.find_last_of("/\\");
-#else
-  const size_t slash = path.find_last_of('/');
-#endif
-  return slash == std::string::npos ? path : path.substr(slash + 1);
-}
 
 // Opens `path` for playing: its tags and ReplayGain values first (for the title and
 // the factor), then the decoder in the sample format the factor asks for. Throws

@@ -24,7 +24,9 @@ endfunction()
 # with CTest (tests discovered when ctest runs). Under Wine each suite is one CTest
 # test (one Wine process for the whole suite rather than one per test); the files
 # named NOT_ON_WINDOWS test POSIX matters and are left out of the Windows build;
-# *_win32_test.cpp files test Windows matters and are built on Windows only;
+# *_win32_test.cpp files test Windows matters and are built on Windows only; a
+# suite's own helpers that differ by system come in pairs, *_posix.cpp (built
+# everywhere but Windows) and *_win32.cpp (Windows only), behind one header;
 # WINE_GTEST_FILTER leaves out tests that expect the headless POSIX backend's answers.
 function(kx_add_test_suite)
   cmake_parse_arguments(ARG "" "NAME;WINE_GTEST_FILTER" "DEPS;NOT_ON_WINDOWS" ${ARGN})
@@ -33,8 +35,9 @@ function(kx_add_test_suite)
     foreach(_file ${ARG_NOT_ON_WINDOWS})
       list(REMOVE_ITEM _sources ${CMAKE_CURRENT_SOURCE_DIR}/${_file})
     endforeach()
+    list(FILTER _sources EXCLUDE REGEX ".*_posix\\.cpp$")
   else()
-    list(FILTER _sources EXCLUDE REGEX ".*_win32_test\\.cpp$")
+    list(FILTER _sources EXCLUDE REGEX ".*_win32(_test)?\\.cpp$")
   endif()
   if(NOT _sources)
     return()

@@ -3,12 +3,10 @@
 // clear line on standard error with a non-zero exit.
 #include <gtest/gtest.h>
 
-#include <unistd.h>
-
-#include <cstdio>
-#include <fstream>
 #include <string>
+#include <vector>
 
+#include "cli_test_support.h"
 #include "run_process.h"
 
 namespace {
@@ -28,21 +26,22 @@ int LineCount(const std::string& text) {
 // A scratch file that is removed at the end of the test.
 class TempFile {
  public:
-  explicit TempFile(const std::string& contents) {
-    char name[] = "/tmp/kxhost_test_XXXXXX";
-    const int fd = mkstemp(name);
-    path_ = name;
-    if (fd >= 0) {
-      if (!contents.empty() && write(fd, contents.data(), contents.size()) < 0) path_.clear();
-      close(fd);
-    }
+  explicit TempFile(const std::string& contents) : path_(dir_ / "file") {
+    kxtest::WriteFileBytes(path_, std::vector<uint8_t>(contents.begin(), contents.end()));
   }
-  ~TempFile() { std::remove(path_.c_str()); }
   const std::string& Path() const { return path_; }
 
  private:
+  kxtest::ScratchDir dir_;
   std::string path_;
 };
+
+// A real shared library of the system that does not export ZSSGetPluginInfo.
+#ifdef _WIN32
+const std::string kSystemLibrary = "C:/windows/system32/kernel32.dll";
+#else
+const std::string kSystemLibrary = "/lib/x86_64-linux-gnu/libm.so.6";
+#endif
 
 TEST(KxhostPlugins, PrintsEveryStringAndFourCC) {
   const auto r = RunProcess(kHost, {"plugins", "--plugin", kModule});
@@ -95,8 +94,7 @@ TEST(KxhostErrors, NotAModule) {
 }
 
 TEST(KxhostErrors, MissingExport) {
-  // A real shared library without ZSSGetPluginInfo: the C library itself.
-  const auto r = RunProcess(kHost, {"plugins", "--plugin", "/lib/x86_64-linux-gnu/libm.so.6"});
+  const auto r = RunProcess(kHost, {"plugins", "--plugin", kSystemLibrary});
   EXPECT_NE(r.exitCode, 0);
   EXPECT_EQ(LineCount(r.err), 1) << r.err;
   EXPECT_NE(r.err.find("missing export ZSSGetPluginInfo"), std::string::npos) << r.err;
@@ -126,11 +124,12 @@ TEST(KxhostProbe, RefusesOtherFiles) {
 }
 
 TEST(KxhostProbe, ADirectoryIsAnError) {
-  const auto r = RunProcess(kHost, {"probe", "/tmp", "--plugin", kModule});
+  kxtest::ScratchDir dir;
+  const auto r = RunProcess(kHost, {"probe", dir.Path(), "--plugin", kModule});
   EXPECT_NE(r.exitCode, 0);
   EXPECT_NE(r.exitCode, 1);
   EXPECT_EQ(LineCount(r.err), 1) << r.err;
-  EXPECT_EQ(r.err, "kxhost: /tmp: a directory, not a file (ZS_E_NOT_FOUND, 0x2102)\n");
+  EXPECT_EQ(r.err, "kxhost: " + dir.Path() + ": a directory, not a file (ZS_E_NOT_FOUND, 0x2102)\n");
 }
 
 TEST(KxhostProbe, MissingFileIsAnError) {

@@ -1,4 +1,5 @@
-// Runs a program and captures its output (see run_process.h).
+// Runs a program and captures its output (see run_process.h): POSIX, with
+// posix_spawn and one poll loop over the pipes.
 #include "run_process.h"
 
 #include <fcntl.h>
