@@ -1,15 +1,61 @@
 // The ALSA sound output of `kxhost play` (see audio_device.h).
 #include "audio_device.h"
 
+#include <alloca.h>
 #include <alsa/asoundlib.h>
 
+#include <cstring>
 #include <thread>
 
 #include "cli_error.h"
+#include "system_library.h"
 
 namespace kxhost {
 
 namespace {
+
+// The ALSA calls of the sound output, from the library opened on first use.
+struct AlsaCalls {
+  decltype(&snd_pcm_open) pcmOpen;
+  decltype(&snd_pcm_set_params) pcmSetParams;
+  decltype(&snd_pcm_close) pcmClose;
+  decltype(&snd_lib_error_set_handler) libErrorSetHandler;
+  decltype(&snd_strerror) strerror;
+  decltype(&snd_pcm_hw_params_sizeof) pcmHwParamsSizeof;
+  decltype(&snd_pcm_hw_params_current) pcmHwParamsCurrent;
+  decltype(&snd_pcm_hw_params_can_pause) pcmHwParamsCanPause;
+  decltype(&snd_pcm_hw_params_get_buffer_time) pcmHwParamsGetBufferTime;
+  decltype(&snd_pcm_writei) pcmWritei;
+  decltype(&snd_pcm_recover) pcmRecover;
+  decltype(&snd_pcm_pause) pcmPause;
+  decltype(&snd_pcm_drop) pcmDrop;
+  decltype(&snd_pcm_prepare) pcmPrepare;
+  decltype(&snd_pcm_drain) pcmDrain;
+  decltype(&snd_pcm_delay) pcmDelay;
+};
+
+const AlsaCalls& Alsa() {
+  static const AlsaCalls calls = [] {
+    const SystemLibrary library("libasound.so.2", "playing sound");
+    return AlsaCalls{KX_LIBRARY_FUNCTION(library, snd_pcm_open),
+                     KX_LIBRARY_FUNCTION(library, snd_pcm_set_params),
+                     KX_LIBRARY_FUNCTION(library, snd_pcm_close),
+                     KX_LIBRARY_FUNCTION(library, snd_lib_error_set_handler),
+                     KX_LIBRARY_FUNCTION(library, snd_strerror),
+                     KX_LIBRARY_FUNCTION(library, snd_pcm_hw_params_sizeof),
+                     KX_LIBRARY_FUNCTION(library, snd_pcm_hw_params_current),
+                     KX_LIBRARY_FUNCTION(library, snd_pcm_hw_params_can_pause),
+                     KX_LIBRARY_FUNCTION(library, snd_pcm_hw_params_get_buffer_time),
+                     KX_LIBRARY_FUNCTION(library, snd_pcm_writei),
+                     KX_LIBRARY_FUNCTION(library, snd_pcm_recover),
+                     KX_LIBRARY_FUNCTION(library, snd_pcm_pause),
+                     KX_LIBRARY_FUNCTION(library, snd_pcm_drop),
+                     KX_LIBRARY_FUNCTION(library, snd_pcm_prepare),
+                     KX_LIBRARY_FUNCTION(library, snd_pcm_drain),
+                     KX_LIBRARY_FUNCTION(library, snd_pcm_delay)};
+  }();
+  return calls;
+}
 
 constexpr unsigned kLatencyMicroseconds = 500000;
 
@@ -21,12 +67,12 @@ void QuietAlsa(const char*, int, const char*, int, const char*, ...) {}
 
 // Opens `name` and sets the format; returns 0 or a negative ALSA error.
 int OpenAndSet(const std::string& name, const AudioFormat& format, snd_pcm_t** pcm) {
-  int rc = snd_pcm_open(pcm, name.c_str(), SND_PCM_STREAM_PLAYBACK, 0);
+  int rc = Alsa().pcmOpen(pcm, name.c_str(), SND_PCM_STREAM_PLAYBACK, 0);
   if (rc < 0) return rc;
-  rc = snd_pcm_set_params(*pcm, format.float64 ? SND_PCM_FORMAT_FLOAT64_LE : SND_PCM_FORMAT_S16_LE,
+  rc = Alsa().pcmSetParams(*pcm, format.float64 ? SND_PCM_FORMAT_FLOAT64_LE : SND_PCM_FORMAT_S16_LE,
                           SND_PCM_ACCESS_RW_INTERLEAVED, format.channels, format.rate, 1, kLatencyMicroseconds);
   if (rc < 0) {
-    snd_pcm_close(*pcm);
+    Alsa().pcmClose(*pcm);
     *pcm = nullptr;
   }
   return rc;
@@ -35,7 +81,7 @@ int OpenAndSet(const std::string& name, const AudioFormat& format, snd_pcm_t** p
 }  // namespace
 
 std::unique_ptr<AudioDevice> AudioDevice::Open(const std::string& name, const AudioFormat& format) {
-  snd_lib_error_set_handler(QuietAlsa);
+  Alsa().libErrorSetHandler(QuietAlsa);
   snd_pcm_t* pcm = nullptr;
   int rc = OpenAndSet(name, format, &pcm);
   // A device that does not take this format (a bare hw: device and float samples)
@@ -46,18 +92,20 @@ std::unique_ptr<AudioDevice> AudioDevice::Open(const std::string& name, const Au
     if (rc < 0) rc = first;
   }
   if (rc < 0) {
-    throw CliError("cannot open the audio device " + name + ": " + snd_strerror(rc), kExitUsage);
+    throw CliError("cannot open the audio device " + name + ": " + Alsa().strerror(rc), kExitUsage);
   }
   std::unique_ptr<AudioDevice> device(new AudioDevice());
   device->pcm_ = pcm;
   device->format_ = format;
-  snd_pcm_hw_params_t* params = nullptr;
-  snd_pcm_hw_params_alloca(&params);
-  if (snd_pcm_hw_params_current(pcm, params) == 0) {
-    device->canPause_ = snd_pcm_hw_params_can_pause(params) != 0;
+  // Room for the parameters, as snd_pcm_hw_params_alloca makes it.
+  const size_t paramsSize = Alsa().pcmHwParamsSizeof();
+  auto* params = static_cast<snd_pcm_hw_params_t*>(alloca(paramsSize));
+  std::memset(params, 0, paramsSize);
+  if (Alsa().pcmHwParamsCurrent(pcm, params) == 0) {
+    device->canPause_ = Alsa().pcmHwParamsCanPause(params) != 0;
     unsigned bufferTime = 0;
     int dir = 0;
-    if (snd_pcm_hw_params_get_buffer_time(params, &bufferTime, &dir) == 0 && bufferTime > 0) {
+    if (Alsa().pcmHwParamsGetBufferTime(params, &bufferTime, &dir) == 0 && bufferTime > 0) {
       device->bufferTime_ = std::chrono::microseconds(bufferTime);
     }
   }
@@ -66,7 +114,7 @@ std::unique_ptr<AudioDevice> AudioDevice::Open(const std::string& name, const Au
 }
 
 AudioDevice::~AudioDevice() {
-  if (pcm_ != nullptr) snd_pcm_close(Pcm(pcm_));
+  if (pcm_ != nullptr) Alsa().pcmClose(Pcm(pcm_));
 }
 
 void AudioDevice::Pace(size_t frames) {
@@ -83,13 +131,13 @@ bool AudioDevice::Write(const uint8_t* data, size_t frames, std::string* error) 
   const uint32_t frameBytes = format_.BytesPerFrame();
   size_t left = frames;
   while (left > 0) {
-    const snd_pcm_sframes_t n = snd_pcm_writei(Pcm(pcm_), data, left);
+    const snd_pcm_sframes_t n = Alsa().pcmWritei(Pcm(pcm_), data, left);
     if (n < 0) {
       // An underrun (-EPIPE) or a suspended device (-ESTRPIPE) is recovered and the
       // write goes on; anything else ends the playback.
-      const int rc = snd_pcm_recover(Pcm(pcm_), static_cast<int>(n), 1);
+      const int rc = Alsa().pcmRecover(Pcm(pcm_), static_cast<int>(n), 1);
       if (rc < 0) {
-        if (error != nullptr) *error = snd_strerror(rc);
+        if (error != nullptr) *error = Alsa().strerror(rc);
         return false;
       }
       continue;
@@ -106,10 +154,10 @@ void AudioDevice::SetPaused(bool paused) {
   if (paused == paused_) return;
   paused_ = paused;
   if (canPause_) {
-    snd_pcm_pause(Pcm(pcm_), paused ? 1 : 0);
+    Alsa().pcmPause(Pcm(pcm_), paused ? 1 : 0);
   } else if (paused) {
-    snd_pcm_drop(Pcm(pcm_));
-    snd_pcm_prepare(Pcm(pcm_));
+    Alsa().pcmDrop(Pcm(pcm_));
+    Alsa().pcmPrepare(Pcm(pcm_));
   }
   if (!paused) {
     // The clock starts again from here.
@@ -119,20 +167,20 @@ void AudioDevice::SetPaused(bool paused) {
 }
 
 void AudioDevice::Discard() {
-  snd_pcm_drop(Pcm(pcm_));
-  snd_pcm_prepare(Pcm(pcm_));
+  Alsa().pcmDrop(Pcm(pcm_));
+  Alsa().pcmPrepare(Pcm(pcm_));
   pacedFrames_ = 0;
   pacingStart_ = std::chrono::steady_clock::now();
 }
 
 void AudioDevice::Drain() {
   if (paused_) SetPaused(false);
-  snd_pcm_drain(Pcm(pcm_));
+  Alsa().pcmDrain(Pcm(pcm_));
 }
 
 uint64_t AudioDevice::FramesPlayed() const {
   snd_pcm_sframes_t delay = 0;
-  if (snd_pcm_delay(Pcm(pcm_), &delay) < 0 || delay < 0) delay = 0;
+  if (Alsa().pcmDelay(Pcm(pcm_), &delay) < 0 || delay < 0) delay = 0;
   const uint64_t buffered = static_cast<uint64_t>(delay);
   return framesWritten_ > buffered ? framesWritten_ - buffered : 0;
 }
