@@ -229,10 +229,12 @@ void PairsPlain(const HuffmanSignedLookup& fast, const HuffmanLookup& table, Rea
 // One magnitude of a pair with linbits at bit `used` of `bits`: the extension of a 15
 // (linbits bits), then the sign of a non-zero value; without branches.
 inline uint32_t LinbitsValue(uint32_t magnitude, uint64_t bits, uint32_t& used, uint32_t linbits) {
-  const uint32_t escape = magnitude == 15 ? 1u : 0u;
+  // All ones for a 15, else zero: a mask rather than a condition, which the compiler
+  // would turn into a branch that mispredicts on every other escape.
+  const uint32_t escape = 0u - static_cast<uint32_t>(magnitude == 15);
   const uint32_t extension = static_cast<uint32_t>((bits << used) >> (64 - linbits));
-  magnitude += escape != 0 ? extension : 0;
-  used += escape != 0 ? linbits : 0;
+  magnitude += extension & escape;
+  used += linbits & escape;
   const uint32_t nonZero = magnitude != 0 ? 1u : 0u;
   const uint32_t sign = static_cast<uint32_t>((bits << used) >> 63) & nonZero;
   used += nonZero;
