@@ -21,6 +21,10 @@
 
 #include <cstring>
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 #include "band_tables.h"
 #include "huffman_steps.h"
 #include "tables.h"
@@ -268,6 +272,26 @@ void PairsLinbits(const HuffmanSignedLookup& fast, const HuffmanLookup& table, R
   }
 }
 
+// The two values of a count1 pair of lines by the pair's coded values (the first in
+// bits 0-1 of the index, the second in bits 2-3): what the power table holds for the
+// coded values 0 to 3 (0, -0, 1 and -1; -0 is never coded). One look-up gives both
+// lines of a pair, multiplied by the pair's factor as one vector where there is SSE2.
+alignas(16) constexpr double kCount1Pairs[16][2] = {
+    {0.0, 0.0},  {-0.0, 0.0},  {1.0, 0.0},  {-1.0, 0.0},  {0.0, -0.0}, {-0.0, -0.0}, {1.0, -0.0}, {-1.0, -0.0},
+    {0.0, 1.0},  {-0.0, 1.0},  {1.0, 1.0},  {-1.0, 1.0},  {0.0, -1.0}, {-0.0, -1.0}, {1.0, -1.0}, {-1.0, -1.0},
+};
+
+// The count1 pair of lines at `line` from its coded values (kCount1Pairs's index).
+inline void Count1Pair(double* spectrum, uint32_t line, uint32_t coded, double factor) {
+#if defined(__SSE2__)
+  _mm_storeu_pd(spectrum + line, _mm_mul_pd(_mm_set1_pd(factor), _mm_load_pd(kCount1Pairs[coded])));
+#else
+  const double* values = kCount1Pairs[coded];
+  spectrum[line] = factor * values[0];
+  spectrum[line + 1] = factor * values[1];
+#endif
+}
+
 // The lines of [from, to) that are not zero: any at all.
 inline bool AnyNonZero(const double* spectrum, uint32_t from, uint32_t to) {
   for (uint32_t i = from; i < to; ++i) {
@@ -311,7 +335,6 @@ int32_t DecodeGranuleSpectrum(double* spectrum, const uint8_t* reservoir, uint32
   // it is decoded. A quadruple that crosses the end is not counted (nor written), and
   // at line 574 only two values of one more quadruple fit, as in DecodeSpectrum. A
   // quadruple takes at most 10 bits, so four are decoded per top-up.
-  const double* power = gTables.power;
   const uint32_t end = part2Start + gi.part2_3_length;
   const HuffmanSignedLookup& quad = kQuadSignedLookup[gi.count1table_select & 1];
   const uint16_t* quadEntries = quad.entries;
@@ -330,12 +353,8 @@ int32_t DecodeGranuleSpectrum(double* spectrum, const uint8_t* reservoir, uint32
         more = false;
         break;
       }
-      const double f0 = factor[chunkOfPair[line / 2]];
-      const double f1 = factor[chunkOfPair[line / 2 + 1]];
-      spectrum[line] = f0 * power[(e >> 4) & 3];
-      spectrum[line + 1] = f0 * power[(e >> 6) & 3];
-      spectrum[line + 2] = f1 * power[(e >> 8) & 3];
-      spectrum[line + 3] = f1 * power[(e >> 10) & 3];
+      Count1Pair(spectrum, line, (e >> 4) & 15, factor[chunkOfPair[line / 2]]);
+      Count1Pair(spectrum, line + 2, (e >> 8) & 15, factor[chunkOfPair[line / 2 + 1]]);
       line += 4;
       if (left == 0 || line >= 573) {
         more = false;
@@ -347,9 +366,7 @@ int32_t DecodeGranuleSpectrum(double* spectrum, const uint8_t* reservoir, uint32
     const uint32_t e = quadEntries[r.bits >> quadShift];
     left -= static_cast<int32_t>(e & 15);
     if (left >= 0) {
-      const double f0 = factor[chunkOfPair[line / 2]];
-      spectrum[line] = f0 * power[(e >> 4) & 3];
-      spectrum[line + 1] = f0 * power[(e >> 6) & 3];
+      Count1Pair(spectrum, line, (e >> 4) & 15, factor[chunkOfPair[line / 2]]);
       line += 2;
     }
   }
