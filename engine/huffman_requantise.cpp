@@ -9,7 +9,9 @@
 // each decoded value is multiplied by its chunk's factor as it is decoded, without a
 // test of where a chunk ends. Each pair of big values comes from the signed look-up
 // table of its region (code word and signs in one access, huffman.h); each count1
-// quadruple likewise. The bit reader keeps at least 35 bits ahead and tops itself up
+// quadruple likewise, and where the lines allow, a run of zero quadruples with the
+// quadruple after it in one access (the upper lines of low-rate streams are mostly
+// zero quadruples). The bit reader keeps at least 35 bits ahead and tops itself up
 // after every code word without a branch. The non-zero bounds are found afterwards
 // from the spectrum itself: a line is non-zero exactly when its coded value is (every
 // factor is a positive normal number and every power at least 1).
@@ -292,6 +294,17 @@ inline void Count1Pair(double* spectrum, uint32_t line, uint32_t coded, double f
 #endif
 }
 
+// Twelve lines of +0.0 from `lines` on, as plain vector stores (the compiler makes a
+// string store of a memset of this size, whose start-up costs more than the stores).
+inline void ZeroTwelveLines(double* lines) {
+#if defined(__SSE2__)
+  const __m128d zero = _mm_setzero_pd();
+  for (int i = 0; i < 12; i += 2) _mm_storeu_pd(lines + i, zero);
+#else
+  for (int i = 0; i < 12; ++i) lines[i] = 0.0;
+#endif
+}
+
 // The lines of [from, to) that are not zero: any at all.
 inline bool AnyNonZero(const double* spectrum, uint32_t from, uint32_t to) {
   for (uint32_t i = from; i < to; ++i) {
@@ -340,6 +353,37 @@ int32_t DecodeGranuleSpectrum(double* spectrum, const uint8_t* reservoir, uint32
   const uint16_t* quadEntries = quad.entries;
   const uint32_t quadShift = 64 - quad.bits;
   int32_t left = static_cast<int32_t>(end - r.Position());  // bits before the end
+  // First a run of zero quadruples with the quadruple after it per look-up
+  // (kQuadRunLookup), while the entry's bits lie before the end and its lines, with
+  // the 12 zeros written ahead for the run, below line 576 (from line 560 at most).
+  // Each entry ends as the one-by-one decoding of its quadruples would (none of them
+  // crosses the end, none but the last reaches line 573), and the zeros are the
+  // products of a positive factor and 0. The quadruples one by one take the rest.
+  const uint16_t* runEntries = kQuadRunLookup[gi.count1table_select & 1].entries;
+  bool runs = left > 0 && line <= 560;
+  while (runs) {
+    r.TopUp();
+    for (uint32_t q = 0; q < 4; ++q) {
+      const uint32_t e = runEntries[r.bits >> quadShift];
+      const uint32_t n = e & 15;
+      if (static_cast<int32_t>(n) > left) {
+        runs = false;
+        break;
+      }
+      r.bits <<= n;
+      r.count -= n;
+      left -= static_cast<int32_t>(n);
+      ZeroTwelveLines(spectrum + line);
+      line += 4 * (e >> 12);
+      Count1Pair(spectrum, line, (e >> 4) & 15, factor[chunkOfPair[line / 2]]);
+      Count1Pair(spectrum, line + 2, (e >> 8) & 15, factor[chunkOfPair[line / 2 + 1]]);
+      line += 4;
+      if (left == 0 || line > 560) {
+        runs = false;
+        break;
+      }
+    }
+  }
   bool more = left > 0 && line < 573;
   while (more) {
     r.TopUp();
