@@ -120,12 +120,24 @@ DecodeOutcome DecodeFile(const LoadedModule& module, const std::string& input, c
     pendingBytes = 0;
     return ok;
   };
+  // After the start skip (and a seek) the decoder's frame buffer holds the rest of a
+  // frame. A first request of exactly that rest puts every later request on a frame
+  // boundary, so that the decoder writes whole frames straight into our buffer
+  // instead of through its frame buffer. (Were the rest reckoned wrongly, the bytes
+  // would be the same, only copied once more.)
+  uint64_t nextRequest = request;
+  if (haveInfo) {
+    const uint64_t decodedBefore = (uint64_t{info.startSkip} + outcome.startSample) * block;
+    const uint64_t rest = (request - decodedBefore % request) % request;
+    if (rest != 0) nextRequest = rest;
+  }
   // Bytes of decoder output taken so far (positions and the --duration limit are
   // counted in them); outcome.bytes counts the output's bytes.
   uint64_t taken = 0;
   while (taken < limit) {
     if (Interrupted()) throw Interruption();
-    const uint64_t wanted = std::min<uint64_t>(buffer.size(), limit - taken);
+    const uint64_t wanted = std::min<uint64_t>(nextRequest, limit - taken);
+    nextRequest = request;
     // Unscaled samples are decoded straight into the pending output.
     uint8_t* into = scaled ? buffer.data() : pending.data() + pendingBytes;
     int32_t written = 0;
