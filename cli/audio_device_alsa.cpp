@@ -35,26 +35,18 @@ struct AlsaCalls {
 };
 
 const AlsaCalls& Alsa() {
-  static const AlsaCalls calls = [] {
-    const SystemLibrary library("libasound.so.2", "playing sound");
-    return AlsaCalls{KX_LIBRARY_FUNCTION(library, snd_pcm_open),
-                     KX_LIBRARY_FUNCTION(library, snd_pcm_set_params),
-                     KX_LIBRARY_FUNCTION(library, snd_pcm_close),
-                     KX_LIBRARY_FUNCTION(library, snd_lib_error_set_handler),
-                     KX_LIBRARY_FUNCTION(library, snd_strerror),
-                     KX_LIBRARY_FUNCTION(library, snd_pcm_hw_params_sizeof),
+  return LibraryCalls<AlsaCalls>("libasound.so.2", "playing sound", [](const SystemLibrary& library) {
+    return AlsaCalls{KX_LIBRARY_FUNCTION(library, snd_pcm_open), KX_LIBRARY_FUNCTION(library, snd_pcm_set_params),
+                     KX_LIBRARY_FUNCTION(library, snd_pcm_close), KX_LIBRARY_FUNCTION(library, snd_lib_error_set_handler),
+                     KX_LIBRARY_FUNCTION(library, snd_strerror), KX_LIBRARY_FUNCTION(library, snd_pcm_hw_params_sizeof),
                      KX_LIBRARY_FUNCTION(library, snd_pcm_hw_params_current),
                      KX_LIBRARY_FUNCTION(library, snd_pcm_hw_params_can_pause),
                      KX_LIBRARY_FUNCTION(library, snd_pcm_hw_params_get_buffer_time),
-                     KX_LIBRARY_FUNCTION(library, snd_pcm_writei),
-                     KX_LIBRARY_FUNCTION(library, snd_pcm_recover),
-                     KX_LIBRARY_FUNCTION(library, snd_pcm_pause),
-                     KX_LIBRARY_FUNCTION(library, snd_pcm_drop),
-                     KX_LIBRARY_FUNCTION(library, snd_pcm_prepare),
-                     KX_LIBRARY_FUNCTION(library, snd_pcm_drain),
+                     KX_LIBRARY_FUNCTION(library, snd_pcm_writei), KX_LIBRARY_FUNCTION(library, snd_pcm_recover),
+                     KX_LIBRARY_FUNCTION(library, snd_pcm_pause), KX_LIBRARY_FUNCTION(library, snd_pcm_drop),
+                     KX_LIBRARY_FUNCTION(library, snd_pcm_prepare), KX_LIBRARY_FUNCTION(library, snd_pcm_drain),
                      KX_LIBRARY_FUNCTION(library, snd_pcm_delay)};
-  }();
-  return calls;
+  });
 }
 
 constexpr unsigned kLatencyMicroseconds = 500000;

@@ -30,16 +30,11 @@ struct SndfileCalls {
 };
 
 const SndfileCalls& Sndfile() {
-  static const SndfileCalls calls = [] {
-    const SystemLibrary library("libsndfile.so.1", "writing a WAV file");
-    return SndfileCalls{KX_LIBRARY_FUNCTION(library, sf_format_check),
-                        KX_LIBRARY_FUNCTION(library, sf_open_fd),
-                        KX_LIBRARY_FUNCTION(library, sf_strerror),
-                        KX_LIBRARY_FUNCTION(library, sf_write_double),
-                        KX_LIBRARY_FUNCTION(library, sf_write_short),
-                        KX_LIBRARY_FUNCTION(library, sf_close)};
-  }();
-  return calls;
+  return LibraryCalls<SndfileCalls>("libsndfile.so.1", "writing a WAV file", [](const SystemLibrary& library) {
+    return SndfileCalls{KX_LIBRARY_FUNCTION(library, sf_format_check), KX_LIBRARY_FUNCTION(library, sf_open_fd),
+                        KX_LIBRARY_FUNCTION(library, sf_strerror), KX_LIBRARY_FUNCTION(library, sf_write_double),
+                        KX_LIBRARY_FUNCTION(library, sf_write_short), KX_LIBRARY_FUNCTION(library, sf_close)};
+  });
 }
 
 class WavSink : public SampleSink {

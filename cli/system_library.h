@@ -30,6 +30,15 @@ class SystemLibrary {
   void* handle_ = nullptr;
 };
 
+// The record of function pointers `Calls` that `load` makes from the library
+// `soname`, made on the first call and kept (a failed load throws, and the next call
+// tries again).
+template <class Calls, class Load>
+const Calls& LibraryCalls(const char* soname, const char* purpose, Load load) {
+  static const Calls calls = load(SystemLibrary(soname, purpose));
+  return calls;
+}
+
 }  // namespace kxhost
 
 // The function `fn` of the SystemLibrary `library`, typed as the library's header
