@@ -17,6 +17,9 @@ namespace kxhost {
 
 namespace {
 
+// Bytes of output gathered before they are written.
+constexpr uint64_t kWriteBytes = 64 * 1024;
+
 // Samples per channel in one Layer III frame: 1152 for MPEG-1, 576 otherwise.
 uint32_t SamplesPerFrame(const kxmp3::MP3Info& info) { return info.mpegVersion == 1 ? 1152 : 576; }
 
@@ -103,31 +106,56 @@ DecodeOutcome DecodeFile(const LoadedModule& module, const std::string& input, c
   auto writeError = [&target] { return CliError("cannot write " + target.DisplayName() + ": " + std::strerror(errno)); };
 
   // One frame's samples per request: each status then belongs to (at most) two
-  // frames, which places concealed damage to within a frame.
+  // frames, which places concealed damage to within a frame. The requests fill a
+  // buffer of several frames that is written when full, so that the output takes one
+  // write call per 64 KiB or so, not one per frame.
   const uint64_t request = (haveInfo ? SamplesPerFrame(info) : 1152) * block;
+  const uint64_t outRequest = roundHere ? request / 4 : request;  // bytes a request gives in the output format
+  const size_t framesPerWrite = static_cast<size_t>(std::max<uint64_t>(1, kWriteBytes / request));
   std::vector<uint8_t> buffer(request);
-  std::vector<int16_t> rounded(roundHere ? request / 8 : 0);
+  std::vector<uint8_t> pending(framesPerWrite * outRequest);
+  size_t pendingBytes = 0;
+  auto flush = [&] {
+    const bool ok = sink->Write(pending.data(), pendingBytes);
+    pendingBytes = 0;
+    return ok;
+  };
+  // After the start skip (and a seek) the decoder's frame buffer holds the rest of a
+  // frame. A first request of exactly that rest puts every later request on a frame
+  // boundary, so that the decoder writes whole frames straight into our buffer
+  // instead of through its frame buffer. (Were the rest reckoned wrongly, the bytes
+  // would be the same, only copied once more.)
+  uint64_t nextRequest = request;
+  if (haveInfo) {
+    const uint64_t decodedBefore = (uint64_t{info.startSkip} + outcome.startSample) * block;
+    const uint64_t rest = (request - decodedBefore % request) % request;
+    if (rest != 0) nextRequest = rest;
+  }
   // Bytes of decoder output taken so far (positions and the --duration limit are
   // counted in them); outcome.bytes counts the output's bytes.
   uint64_t taken = 0;
   while (taken < limit) {
     if (Interrupted()) throw Interruption();
-    const uint64_t wanted = std::min<uint64_t>(buffer.size(), limit - taken);
+    const uint64_t wanted = std::min<uint64_t>(nextRequest, limit - taken);
+    nextRequest = request;
+    // Unscaled samples are decoded straight into the pending output.
+    uint8_t* into = scaled ? buffer.data() : pending.data() + pendingBytes;
     int32_t written = 0;
-    rc = audio->DecodeToPCMData(buffer.data(), static_cast<int32_t>(wanted), &written);
+    rc = audio->DecodeToPCMData(into, static_cast<int32_t>(wanted), &written);
     const uint64_t before = taken;
     if (written > 0) {
       const size_t samples = static_cast<size_t>(written) / (block / format.nChannels);
-      const uint8_t* data = buffer.data();
       size_t bytes = static_cast<size_t>(written);
       if (roundHere) {
-        ScaleTo16(reinterpret_cast<const double*>(buffer.data()), samples, outcome.gain.factor, rounded.data());
-        data = reinterpret_cast<const uint8_t*>(rounded.data());
+        ScaleTo16(reinterpret_cast<const double*>(buffer.data()), samples, outcome.gain.factor,
+                  reinterpret_cast<int16_t*>(pending.data() + pendingBytes));
         bytes = samples * 2;
       } else if (scaled) {
         ScaleFloat(reinterpret_cast<double*>(buffer.data()), samples, outcome.gain.factor);
+        std::memcpy(pending.data() + pendingBytes, buffer.data(), bytes);
       }
-      if (!sink->Write(data, bytes)) throw writeError();
+      pendingBytes += bytes;
+      if (pending.size() - pendingBytes < outRequest && !flush()) throw writeError();
       taken += static_cast<uint64_t>(written);
       outcome.bytes += bytes;
       if (progress) progress(taken / block, expected / block, rate);
@@ -154,6 +182,7 @@ DecodeOutcome DecodeFile(const LoadedModule& module, const std::string& input, c
     outcome.failure = failure;
     break;
   }
+  if (pendingBytes != 0 && !flush()) throw writeError();
   if (Interrupted()) throw Interruption();
   outcome.sampleFrames = outcome.bytes / outBlock;
   outcome.shortInput = !outcome.failure && outcome.expectedFrames != 0 && outcome.sampleFrames < outcome.expectedFrames;

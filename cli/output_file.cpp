@@ -13,31 +13,50 @@
 #include <vector>
 
 #include "cli_error.h"
+#include "system_library.h"
 
 namespace kxhost {
 
 namespace {
 
+// The libsndfile calls of a WAV file, from the library opened on first use.
+struct SndfileCalls {
+  decltype(&sf_format_check) formatCheck;
+  decltype(&sf_open_fd) openFd;
+  decltype(&sf_strerror) strerror;
+  decltype(&sf_write_double) writeDouble;
+  decltype(&sf_write_short) writeShort;
+  decltype(&sf_close) close;
+};
+
+const SndfileCalls& Sndfile() {
+  return LibraryCalls<SndfileCalls>("libsndfile.so.1", "writing a WAV file", [](const SystemLibrary& library) {
+    return SndfileCalls{KX_LIBRARY_FUNCTION(library, sf_format_check), KX_LIBRARY_FUNCTION(library, sf_open_fd),
+                        KX_LIBRARY_FUNCTION(library, sf_strerror), KX_LIBRARY_FUNCTION(library, sf_write_double),
+                        KX_LIBRARY_FUNCTION(library, sf_write_short), KX_LIBRARY_FUNCTION(library, sf_close)};
+  });
+}
+
 class WavSink : public SampleSink {
  public:
   WavSink(int fd, const PCMWAVEFORMAT& format, const std::string& displayName)
-      : isDouble_(format.wBitsPerSample == 64), blockAlign_(format.nBlockAlign) {
+      : sf_(Sndfile()), isDouble_(format.wBitsPerSample == 64), blockAlign_(format.nBlockAlign) {
     SF_INFO info{};
     info.samplerate = static_cast<int>(format.nSamplesPerSec);
     info.channels = format.nChannels;
     info.format = SF_FORMAT_WAV | (isDouble_ ? SF_FORMAT_DOUBLE : SF_FORMAT_PCM_16);
-    if (blockAlign_ == 0 || !sf_format_check(&info)) {
+    if (blockAlign_ == 0 || !sf_.formatCheck(&info)) {
       throw CliError("cannot write WAV " + displayName + ": libsndfile refuses this sample format");
     }
     errno = 0;  // libsndfile writes the header here; a system error leaves its reason
-    file_ = sf_open_fd(fd, SFM_WRITE, &info, SF_FALSE);
+    file_ = sf_.openFd(fd, SFM_WRITE, &info, SF_FALSE);
     if (file_ == nullptr) {
       const int error = errno;
-      throw CliError("cannot write " + displayName + ": " + (error != 0 ? std::strerror(error) : sf_strerror(nullptr)));
+      throw CliError("cannot write " + displayName + ": " + (error != 0 ? std::strerror(error) : sf_.strerror(nullptr)));
     }
   }
   ~WavSink() override {
-    if (file_ != nullptr) sf_close(file_);
+    if (file_ != nullptr) sf_.close(file_);
   }
   // The decoder's bytes are native samples; libsndfile takes whole sample frames,
   // so a frame cut between two reads waits in `pending_` for its other bytes.
@@ -50,12 +69,12 @@ class WavSink : public SampleSink {
     if (isDouble_) {
       samplesDouble_.resize(whole / 8);
       std::memcpy(samplesDouble_.data(), pending_.data(), whole);
-      ok = sf_write_double(file_, samplesDouble_.data(), static_cast<sf_count_t>(samplesDouble_.size())) ==
+      ok = sf_.writeDouble(file_, samplesDouble_.data(), static_cast<sf_count_t>(samplesDouble_.size())) ==
            static_cast<sf_count_t>(samplesDouble_.size());
     } else {
       samplesShort_.resize(whole / 2);
       std::memcpy(samplesShort_.data(), pending_.data(), whole);
-      ok = sf_write_short(file_, samplesShort_.data(), static_cast<sf_count_t>(samplesShort_.size())) ==
+      ok = sf_.writeShort(file_, samplesShort_.data(), static_cast<sf_count_t>(samplesShort_.size())) ==
            static_cast<sf_count_t>(samplesShort_.size());
     }
     pending_.erase(pending_.begin(), pending_.begin() + static_cast<std::ptrdiff_t>(whole));
@@ -63,12 +82,13 @@ class WavSink : public SampleSink {
     return ok;
   }
   bool Close() override {
-    const int rc = sf_close(file_);
+    const int rc = sf_.close(file_);
     file_ = nullptr;
     return rc == 0;
   }
 
  private:
+  const SndfileCalls& sf_;
   SNDFILE* file_ = nullptr;
   bool isDouble_;
   size_t blockAlign_;

@@ -19,6 +19,7 @@
 // target. Those frames skip the granule work (see decode_frame.h for when).
 #include "decode_frame.h"
 
+#include <cstdint>
 #include <cstring>
 
 #include "band_tables.h"
@@ -183,7 +184,8 @@ void PassGranule(EngineState& state, const FrameStart& f, uint32_t gr) {
 
 // Decodes one granule and writes it to `destination` (granuleBytes). A two-channel
 // frame of a two-channel stream without de-emphasis is synthesised straight into the
-// destination, both channels at once and interleaved; every other frame goes through
+// destination, both channels at once and interleaved, and so is a single-channel
+// stream's frame when the destination is 16-byte aligned; every other frame goes through
 // the planar buffer of the scratch and OutputGranule (de-emphasis, a mono frame played
 // on both channels). A granule of a muted frame becomes silence either way. Returns
 // false when Huffman decoding failed.
@@ -219,6 +221,14 @@ bool DecodeGranule(EngineState& state, FrameStart& f, uint32_t gr, GranuleScratc
   if (f.channels == 2 && outChannels == 2 && state.emphasis == 0) {
     SynthesizeStereoGranule(s.spectrum[0], s.spectrum[1], rings, rings + 1024, &state.ringPos[0], &state.ringPos[1],
                             bps, destination);
+    if (muted) std::memset(destination, 0, state.granuleBytes);
+    return true;
+  }
+  if (f.channels == 1 && outChannels == 1 && state.emphasis == 0 &&
+      (reinterpret_cast<uintptr_t>(destination) & 15) == 0) {
+    // A single-channel stream without de-emphasis: synthesised straight into an
+    // aligned destination, as the planar path would copy it there.
+    SynthesizeGranule(s.spectrum[0], rings, &state.ringPos[0], bps, destination);
     if (muted) std::memset(destination, 0, state.granuleBytes);
     return true;
   }

@@ -92,6 +92,17 @@ constexpr uint16_t kSignedSlow = 0x8000;
 extern const HuffmanSignedLookup* const kPairSignedLookup;
 extern const HuffmanSignedLookup* const kQuadSignedLookup;
 
+// Count1 look-up tables that give up to three quadruples (0, 0, 0, 0) and the
+// quadruple after them in one access, by count1table_select; the index width is that
+// of kQuadSignedLookup's table. Entry v: bits 0-3 the bits used by all of them (at
+// most the index width), bits 4-11 the values of the last quadruple as in a quad entry
+// of kQuadSignedLookup, bits 12-13 the number of zero quadruples before it. Zero
+// quadruples are taken while the next quadruple's code word and signs lie wholly
+// within the index, so an entry uses no bit beyond it. (With table A the zero
+// quadruple is one bit, and the upper lines of a low-rate stream are mostly zero
+// quadruples.)
+extern const HuffmanSignedLookup* const kQuadRunLookup;
+
 // Decodes one granule-channel's big values and count1 part into `values` (576 coded
 // values). `part2Start` is the bit position before the scale factors; the Huffman
 // data ends at part2Start + part2_3_length, where the bit position is left whatever

@@ -177,11 +177,52 @@ bool BuildAllSigned() {
 // The code lists are constant data, so this start-up initialiser can read them.
 const bool gSignedBuilt = BuildAllSigned();
 
+// ---- Count1 runs: the zero quadruples before a quadruple, in the same access ----
+
+struct RunSet {
+  HuffmanSignedLookup quad[2];
+  uint16_t storage[2][1u << 10];
+};
+
+// From the one-quadruple table: at each index, quadruples are taken one after the
+// other while the one taken is (0, 0, 0, 0), fewer than three have been taken and the
+// next lies wholly within the index; the last one taken is the entry's quadruple.
+HuffmanSignedLookup BuildRunQuad(RunSet& set, uint32_t table) {
+  const HuffmanSignedLookup& one = gSigned.quad[table];
+  uint16_t* entries = set.storage[table];
+  const uint32_t mask = (1u << one.bits) - 1;
+  for (uint32_t v = 0; v <= mask; ++v) {
+    uint32_t used = 0;
+    uint32_t zeros = 0;
+    uint32_t entry = one.entries[v];
+    while (zeros < 3 && (entry >> 4) == 0) {
+      const uint32_t next = one.entries[(v << (used + (entry & 15))) & mask];
+      if (used + (entry & 15) + (next & 15) > one.bits) break;
+      used += entry & 15;
+      ++zeros;
+      entry = next;
+    }
+    entries[v] = static_cast<uint16_t>(((used + (entry & 15)) | (entry & 0xFF0)) | (zeros << 12));
+  }
+  return {entries, one.bits};
+}
+
+RunSet gRuns;  // zero until the start-up initialiser below fills it
+
+bool BuildAllRuns() {
+  for (uint32_t t = 0; t < 2; ++t) gRuns.quad[t] = BuildRunQuad(gRuns, t);
+  return true;
+}
+
+// After gSignedBuilt: initialisers of one file run in their order.
+const bool gRunsBuilt = BuildAllRuns();
+
 }  // namespace
 
 const HuffmanLookup* const kPairLookup = gLookups.pair;
 const HuffmanLookup* const kQuadLookup = gLookups.quad;
 const HuffmanSignedLookup* const kPairSignedLookup = gSigned.pair;
 const HuffmanSignedLookup* const kQuadSignedLookup = gSigned.quad;
+const HuffmanSignedLookup* const kQuadRunLookup = gRuns.quad;
 
 }  // namespace kxmp3

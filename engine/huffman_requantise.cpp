@@ -9,7 +9,9 @@
 // each decoded value is multiplied by its chunk's factor as it is decoded, without a
 // test of where a chunk ends. Each pair of big values comes from the signed look-up
 // table of its region (code word and signs in one access, huffman.h); each count1
-// quadruple likewise. The bit reader keeps at least 35 bits ahead and tops itself up
+// quadruple likewise, and where the lines allow, a run of zero quadruples with the
+// quadruple after it in one access (the upper lines of low-rate streams are mostly
+// zero quadruples). The bit reader keeps at least 35 bits ahead and tops itself up
 // after every code word without a branch. The non-zero bounds are found afterwards
 // from the spectrum itself: a line is non-zero exactly when its coded value is (every
 // factor is a positive normal number and every power at least 1).
@@ -20,6 +22,10 @@
 #include "huffman_requantise.h"
 
 #include <cstring>
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 #include "band_tables.h"
 #include "huffman_steps.h"
@@ -229,10 +235,12 @@ void PairsPlain(const HuffmanSignedLookup& fast, const HuffmanLookup& table, Rea
 // One magnitude of a pair with linbits at bit `used` of `bits`: the extension of a 15
 // (linbits bits), then the sign of a non-zero value; without branches.
 inline uint32_t LinbitsValue(uint32_t magnitude, uint64_t bits, uint32_t& used, uint32_t linbits) {
-  const uint32_t escape = magnitude == 15 ? 1u : 0u;
+  // All ones for a 15, else zero: a mask rather than a condition, which the compiler
+  // would turn into a branch that mispredicts on every other escape.
+  const uint32_t escape = 0u - static_cast<uint32_t>(magnitude == 15);
   const uint32_t extension = static_cast<uint32_t>((bits << used) >> (64 - linbits));
-  magnitude += escape != 0 ? extension : 0;
-  used += escape != 0 ? linbits : 0;
+  magnitude += extension & escape;
+  used += linbits & escape;
   const uint32_t nonZero = magnitude != 0 ? 1u : 0u;
   const uint32_t sign = static_cast<uint32_t>((bits << used) >> 63) & nonZero;
   used += nonZero;
@@ -264,6 +272,37 @@ void PairsLinbits(const HuffmanSignedLookup& fast, const HuffmanLookup& table, R
     spectrum[line] = f * power[x];
     spectrum[line + 1] = f * power[y];
   }
+}
+
+// The two values of a count1 pair of lines by the pair's coded values (the first in
+// bits 0-1 of the index, the second in bits 2-3): what the power table holds for the
+// coded values 0 to 3 (0, -0, 1 and -1; -0 is never coded). One look-up gives both
+// lines of a pair, multiplied by the pair's factor as one vector where there is SSE2.
+alignas(16) constexpr double kCount1Pairs[16][2] = {
+    {0.0, 0.0},  {-0.0, 0.0},  {1.0, 0.0},  {-1.0, 0.0},  {0.0, -0.0}, {-0.0, -0.0}, {1.0, -0.0}, {-1.0, -0.0},
+    {0.0, 1.0},  {-0.0, 1.0},  {1.0, 1.0},  {-1.0, 1.0},  {0.0, -1.0}, {-0.0, -1.0}, {1.0, -1.0}, {-1.0, -1.0},
+};
+
+// The count1 pair of lines at `line` from its coded values (kCount1Pairs's index).
+inline void Count1Pair(double* spectrum, uint32_t line, uint32_t coded, double factor) {
+#if defined(__SSE2__)
+  _mm_storeu_pd(spectrum + line, _mm_mul_pd(_mm_set1_pd(factor), _mm_load_pd(kCount1Pairs[coded])));
+#else
+  const double* values = kCount1Pairs[coded];
+  spectrum[line] = factor * values[0];
+  spectrum[line + 1] = factor * values[1];
+#endif
+}
+
+// Twelve lines of +0.0 from `lines` on, as plain vector stores (the compiler makes a
+// string store of a memset of this size, whose start-up costs more than the stores).
+inline void ZeroTwelveLines(double* lines) {
+#if defined(__SSE2__)
+  const __m128d zero = _mm_setzero_pd();
+  for (int i = 0; i < 12; i += 2) _mm_storeu_pd(lines + i, zero);
+#else
+  for (int i = 0; i < 12; ++i) lines[i] = 0.0;
+#endif
 }
 
 // The lines of [from, to) that are not zero: any at all.
@@ -309,12 +348,42 @@ int32_t DecodeGranuleSpectrum(double* spectrum, const uint8_t* reservoir, uint32
   // it is decoded. A quadruple that crosses the end is not counted (nor written), and
   // at line 574 only two values of one more quadruple fit, as in DecodeSpectrum. A
   // quadruple takes at most 10 bits, so four are decoded per top-up.
-  const double* power = gTables.power;
   const uint32_t end = part2Start + gi.part2_3_length;
   const HuffmanSignedLookup& quad = kQuadSignedLookup[gi.count1table_select & 1];
   const uint16_t* quadEntries = quad.entries;
   const uint32_t quadShift = 64 - quad.bits;
   int32_t left = static_cast<int32_t>(end - r.Position());  // bits before the end
+  // First a run of zero quadruples with the quadruple after it per look-up
+  // (kQuadRunLookup), while the entry's bits lie before the end and its lines, with
+  // the 12 zeros written ahead for the run, below line 576 (from line 560 at most).
+  // Each entry ends as the one-by-one decoding of its quadruples would (none of them
+  // crosses the end, none but the last reaches line 573), and the zeros are the
+  // products of a positive factor and 0. The quadruples one by one take the rest.
+  const uint16_t* runEntries = kQuadRunLookup[gi.count1table_select & 1].entries;
+  bool runs = left > 0 && line <= 560;
+  while (runs) {
+    r.TopUp();
+    for (uint32_t q = 0; q < 4; ++q) {
+      const uint32_t e = runEntries[r.bits >> quadShift];
+      const uint32_t n = e & 15;
+      if (static_cast<int32_t>(n) > left) {
+        runs = false;
+        break;
+      }
+      r.bits <<= n;
+      r.count -= n;
+      left -= static_cast<int32_t>(n);
+      ZeroTwelveLines(spectrum + line);
+      line += 4 * (e >> 12);
+      Count1Pair(spectrum, line, (e >> 4) & 15, factor[chunkOfPair[line / 2]]);
+      Count1Pair(spectrum, line + 2, (e >> 8) & 15, factor[chunkOfPair[line / 2 + 1]]);
+      line += 4;
+      if (left == 0 || line > 560) {
+        runs = false;
+        break;
+      }
+    }
+  }
   bool more = left > 0 && line < 573;
   while (more) {
     r.TopUp();
@@ -328,12 +397,8 @@ int32_t DecodeGranuleSpectrum(double* spectrum, const uint8_t* reservoir, uint32
         more = false;
         break;
       }
-      const double f0 = factor[chunkOfPair[line / 2]];
-      const double f1 = factor[chunkOfPair[line / 2 + 1]];
-      spectrum[line] = f0 * power[(e >> 4) & 3];
-      spectrum[line + 1] = f0 * power[(e >> 6) & 3];
-      spectrum[line + 2] = f1 * power[(e >> 8) & 3];
-      spectrum[line + 3] = f1 * power[(e >> 10) & 3];
+      Count1Pair(spectrum, line, (e >> 4) & 15, factor[chunkOfPair[line / 2]]);
+      Count1Pair(spectrum, line + 2, (e >> 8) & 15, factor[chunkOfPair[line / 2 + 1]]);
       line += 4;
       if (left == 0 || line >= 573) {
         more = false;
@@ -345,9 +410,7 @@ int32_t DecodeGranuleSpectrum(double* spectrum, const uint8_t* reservoir, uint32
     const uint32_t e = quadEntries[r.bits >> quadShift];
     left -= static_cast<int32_t>(e & 15);
     if (left >= 0) {
-      const double f0 = factor[chunkOfPair[line / 2]];
-      spectrum[line] = f0 * power[(e >> 4) & 3];
-      spectrum[line + 1] = f0 * power[(e >> 6) & 3];
+      Count1Pair(spectrum, line, (e >> 4) & 15, factor[chunkOfPair[line / 2]]);
       line += 2;
     }
   }

@@ -117,6 +117,14 @@ inline __m128i Pack8(__m512d sums) {
   return _mm_packs_epi32(_mm256_castsi256_si128(words), _mm256_extracti128_si256(words, 1));
 }
 
+// `v` as a register value: the compiler would otherwise fold a window load into
+// each of the two channels' multiplications, loading it twice, and the loads are
+// what limits the two-channel window.
+inline __m512d InRegister(__m512d v) {
+  __asm__("" : "+v"(v));
+  return v;
+}
+
 // Window sums of all 32 outputs of two channels in four registers each, tap by tap
 // from k = 0, each window register loaded once for both channels; handed to `store`
 // as (channel 0's four registers, channel 1's four registers).
@@ -135,10 +143,10 @@ inline void StereoWindowSums32(const double* window, const double* const* taps0,
     const double* w = window + 32 * k;
     r0 = taps0[k];
     r1 = taps1[k];
-    w0 = _mm512_load_pd(w + 0);
-    w1 = _mm512_load_pd(w + 8);
-    w2 = _mm512_load_pd(w + 16);
-    w3 = _mm512_load_pd(w + 24);
+    w0 = InRegister(_mm512_load_pd(w + 0));
+    w1 = InRegister(_mm512_load_pd(w + 8));
+    w2 = InRegister(_mm512_load_pd(w + 16));
+    w3 = InRegister(_mm512_load_pd(w + 24));
     a0 = _mm512_add_pd(a0, _mm512_mul_pd(w0, _mm512_loadu_pd(r0 + 0)));
     b0 = _mm512_add_pd(b0, _mm512_mul_pd(w0, _mm512_loadu_pd(r1 + 0)));
     a1 = _mm512_add_pd(a1, _mm512_mul_pd(w1, _mm512_loadu_pd(r0 + 8)));

@@ -111,6 +111,43 @@ TEST(HuffmanSignedLookup, EveryCount1CodeWordWithEverySignGivesItsFourValues) {
   }
 }
 
+// Each entry of a count1 run table is what the one-quadruple table gives taken entry
+// by entry from the same index: its zero quadruples, then its last quadruple, all
+// within the index, with no further zero quadruple taken where a third could still
+// follow within it.
+TEST(HuffmanSignedLookup, Count1RunEntriesAreZeroQuadruplesThenOneQuadruple) {
+  for (uint32_t t = 0; t < 2; ++t) {
+    const HuffmanSignedLookup& one = kQuadSignedLookup[t];
+    const HuffmanSignedLookup& runs = kQuadRunLookup[t];
+    ASSERT_EQ(runs.bits, one.bits);
+    const uint32_t mask = (1u << one.bits) - 1;
+    uint32_t withZeros = 0;
+    for (uint32_t v = 0; v <= mask; ++v) {
+      const uint16_t e = runs.entries[v];
+      const uint32_t zeros = e >> 12;
+      ASSERT_LE(zeros, 3u);
+      uint32_t used = 0;
+      for (uint32_t z = 0; z < zeros; ++z) {
+        const uint16_t q = one.entries[(v << used) & mask];
+        ASSERT_EQ(q >> 4, 0u) << t << " " << v << ": quadruple " << z << " is not zero";
+        used += q & 15u;
+      }
+      const uint16_t last = one.entries[(v << used) & mask];
+      used += last & 15u;
+      ASSERT_LE(used, one.bits) << t << " " << v;
+      EXPECT_EQ(e & 15u, used) << t << " " << v;
+      EXPECT_EQ(e & 0xFF0u, last & 0xFF0u) << t << " " << v;
+      if (zeros < 3 && (last >> 4) == 0) {
+        // A zero last quadruple: the next one does not fit within the index.
+        const uint16_t next = one.entries[(v << used) & mask];
+        EXPECT_GT(used + (next & 15u), one.bits) << t << " " << v;
+      }
+      if (zeros != 0) ++withZeros;
+    }
+    EXPECT_GT(withZeros, 0u) << t;
+  }
+}
+
 using kxtest::FillRingBits;
 
 // Random side information (valid or damaged) with random gains and scale-factor
