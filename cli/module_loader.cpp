@@ -1,4 +1,5 @@
-// Finding and loading a .zss module (see module_loader.h).
+// Loading a .zss module with dlopen, and the POSIX side of finding it (see
+// module_loader.h, module_files.h).
 #include "module_loader.h"
 
 #include <dlfcn.h>
@@ -11,14 +12,9 @@
 #include <vector>
 
 #include "host/kx_result_codes.h"
-
-#ifndef KX_INSTALL_PLUGIN_DIR
-#define KX_INSTALL_PLUGIN_DIR ""
-#endif
+#include "module_files.h"
 
 namespace kxhost {
-
-namespace {
 
 bool IsRegularFile(const std::string& path) {
   struct stat st {};
@@ -34,31 +30,9 @@ std::string ExecutableDir() {
   return slash == std::string::npos ? "." : path.substr(0, slash);
 }
 
-}  // namespace
-
-std::string FindModule(const std::string& explicitPath) {
-  if (!explicitPath.empty()) {
-    if (!IsRegularFile(explicitPath)) throw CliError("module not found: " + explicitPath);
-    return explicitPath;
-  }
-  if (const char* env = std::getenv("KX_PLUGIN_PATH"); env != nullptr && *env != 0) {
-    if (!IsRegularFile(env)) throw CliError(std::string("module not found: ") + env + " (from KX_PLUGIN_PATH)");
-    return env;
-  }
-  const std::string dir = ExecutableDir();
-  std::vector<std::string> candidates = {
-      dir + "/" + kModuleFileName,
-      dir + "/../lib/kxmp3/plugins/" + kModuleFileName,
-      dir + "/../plugins/" + kModuleFileName,
-  };
-  if (*KX_INSTALL_PLUGIN_DIR != 0) candidates.push_back(std::string(KX_INSTALL_PLUGIN_DIR) + "/" + kModuleFileName);
-  for (const auto& candidate : candidates) {
-    if (!IsRegularFile(candidate)) continue;
-    char resolved[PATH_MAX];
-    return realpath(candidate.c_str(), resolved) != nullptr ? std::string(resolved) : candidate;
-  }
-  throw CliError(std::string("module not found: no ") + kModuleFileName + " beside " + dir +
-                 ", in ../lib/kxmp3/plugins or ../plugins (use --plugin PATH or KX_PLUGIN_PATH)");
+std::string FullPath(const std::string& path) {
+  char resolved[PATH_MAX];
+  return realpath(path.c_str(), resolved) != nullptr ? std::string(resolved) : path;
 }
 
 LoadedModule::LoadedModule(const std::string& path) : path_(path) {

@@ -1,6 +1,7 @@
-// Finding and loading a .zss module on Windows (see ../module_loader.h): the same
-// places as on Linux, LoadLibraryExW and GetProcAddress. The libraries the module
-// imports are looked for in its own folder, then beside kxhost.exe and in the system's.
+// Loading a .zss module on Windows (see ../module_loader.h) with LoadLibraryExW and
+// GetProcAddress, and the Windows side of finding it (../module_files.h). The
+// libraries the module imports are looked for in its own folder, then beside
+// kxhost.exe and in the system's.
 #include "../../platform/win32/windows_api.h"
 
 #include "../module_loader.h"
@@ -10,17 +11,12 @@
 #include <cstdlib>
 #include <vector>
 
+#include "../module_files.h"
 #include "host/kx_result_codes.h"
 #include "system_error.h"
 #include "utf16_path.h"
 
-#ifndef KX_INSTALL_PLUGIN_DIR
-#define KX_INSTALL_PLUGIN_DIR ""
-#endif
-
 namespace kxhost {
-
-namespace {
 
 bool IsRegularFile(const std::string& path) {
   struct stat st {};
@@ -43,31 +39,6 @@ std::string FullPath(const std::string& path) {
   std::vector<wchar_t> buffer(n);
   const DWORD written = GetFullPathNameW(wide.c_str(), n, buffer.data(), nullptr);
   return written > 0 && written < n ? Utf8Path(std::wstring(buffer.data(), written)) : path;
-}
-
-}  // namespace
-
-std::string FindModule(const std::string& explicitPath) {
-  if (!explicitPath.empty()) {
-    if (!IsRegularFile(explicitPath)) throw CliError("module not found: " + explicitPath);
-    return explicitPath;
-  }
-  if (const char* env = std::getenv("KX_PLUGIN_PATH"); env != nullptr && *env != 0) {
-    if (!IsRegularFile(env)) throw CliError(std::string("module not found: ") + env + " (from KX_PLUGIN_PATH)");
-    return env;
-  }
-  const std::string dir = ExecutableDir();
-  std::vector<std::string> candidates = {
-      dir + "\\" + kModuleFileName,
-      dir + "\\..\\lib\\kxmp3\\plugins\\" + kModuleFileName,
-      dir + "\\..\\plugins\\" + kModuleFileName,
-  };
-  if (*KX_INSTALL_PLUGIN_DIR != 0) candidates.push_back(std::string(KX_INSTALL_PLUGIN_DIR) + "/" + kModuleFileName);
-  for (const auto& candidate : candidates) {
-    if (IsRegularFile(candidate)) return FullPath(candidate);
-  }
-  throw CliError(std::string("module not found: no ") + kModuleFileName + " beside " + dir +
-                 ", in ../lib/kxmp3/plugins or ../plugins (use --plugin PATH or KX_PLUGIN_PATH)");
 }
 
 LoadedModule::LoadedModule(const std::string& path) : path_(path) {
