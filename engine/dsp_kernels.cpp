@@ -10,14 +10,14 @@ namespace {
 
 const DspKernels kScalar = {
     "scalar",          Dct32Scalar,   nullptr,       nullptr, WindowInt16Scalar, WindowFloatScalar,
-    WindowStereoInt16Scalar, WindowStereoFloatScalar, Imdct36Scalar, Imdct12Scalar, nullptr,
+    WindowStereoInt16Scalar, WindowStereoFloatScalar, Imdct36Scalar, Imdct12Scalar, nullptr, nullptr,
     AliasReduceScalar, MidSideScalar, InterleaveFloatScalar,
 };
 
 #if defined(__SSE2__)
 const DspKernels kSse2 = {
     "sse2",          Dct32Sse2,   nullptr,     nullptr, WindowInt16Sse2, WindowFloatSse2,
-    WindowStereoInt16Sse2, WindowStereoFloatSse2, Imdct36Sse2, Imdct12Sse2, nullptr,
+    WindowStereoInt16Sse2, WindowStereoFloatSse2, Imdct36Sse2, Imdct12Sse2, nullptr, nullptr,
     AliasReduceSse2, MidSideSse2, InterleaveFloatSse2,
 };
 #endif
@@ -25,7 +25,7 @@ const DspKernels kSse2 = {
 #if defined(KX_HAVE_AVX2_KERNELS)
 const DspKernels kAvx2 = {
     "avx2",          Dct32Sse2,   Dct32SlotsAvx2, Dct32LastSlotsStereoAvx2, WindowInt16Avx2, WindowFloatAvx2,
-    WindowStereoInt16Avx2, WindowStereoFloatAvx2, Imdct36Sse2, Imdct12Sse2, HybridLongPairAvx2,
+    WindowStereoInt16Avx2, WindowStereoFloatAvx2, Imdct36Sse2, Imdct12Sse2, HybridLongPairAvx2, nullptr,
     AliasReduceSse2, MidSideSse2, InterleaveFloatSse2,
 };
 #endif
@@ -34,7 +34,7 @@ const DspKernels kAvx2 = {
 const DspKernels kAvx512 = {
     "avx512",        Dct32Sse2,   Dct32SlotsAvx512, Dct32LastSlotsStereoAvx2, WindowInt16Avx512, WindowFloatAvx512,
     WindowStereoInt16Avx512, WindowStereoFloatAvx512, Imdct36Sse2, Imdct12Sse2, HybridLongPairAvx2,
-    AliasReduceAvx512, MidSideAvx512, InterleaveFloatSse2,
+    HybridLongEightAvx512, AliasReduceAvx512, MidSideAvx512, InterleaveFloatSse2,
 };
 #endif
 

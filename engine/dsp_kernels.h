@@ -62,6 +62,8 @@ struct DspKernels {
   // out; `overlap`: their 36 stored values, replaced by the new ones; `window` as for
   // imdct36. Results bit-identical to imdct36 and the overlap-add of each subband.
   void (*hybridLongPair)(double* subbands, double* overlap, const double* window);
+  // The same for eight consecutive subbands in one call, or null.
+  void (*hybridLongEight)(double* subbands, double* overlap, const double* window);
 
   // Alias butterflies over `boundaries` consecutive subband boundaries; upper points
   // at subband sb, lower at subband sb + 1. Aligned, boundaries >= 1.
@@ -158,6 +160,7 @@ void WindowInt16Avx512(int16_t* out, const double* const* taps);
 void WindowFloatAvx512(double* out, const double* const* taps);
 void WindowStereoInt16Avx512(void* out, const double* const* taps0, const double* const* taps1);
 void WindowStereoFloatAvx512(void* out, const double* const* taps0, const double* const* taps1);
+void HybridLongEightAvx512(double* subbands, double* overlap, const double* window);
 void AliasReduceAvx512(double* upper, double* lower, uint32_t boundaries);
 void MidSideAvx512(double* left, double* right, uint32_t subbands);
 

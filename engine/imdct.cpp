@@ -191,6 +191,15 @@ void ImdctGranule(double* spectrum, double* overlap, const GranuleInfo& gi) {
   const uint32_t lowBlockType = gi.mixed_block_flag ? 0 : gi.block_type;
   uint32_t sb = 0;
   const DspKernels& k = Dsp();
+  if (k.hybridLongEight != nullptr && gi.block_type != 2 && lowBlockType == gi.block_type) {
+    // Every subband has the granule's long block type (a start or stop block flagged
+    // mixed keeps the normal window in its first two): eight at a time while eight
+    // remain, then pairs and single ones below.
+    for (; sb + 8 <= active; sb += 8) {
+      k.hybridLongEight(spectrum + sb * kLinesPerSubband, overlap + sb * kLinesPerSubband,
+                        gTables.imdctWindow[gi.block_type & 3]);
+    }
+  }
   if (k.hybridLongPair != nullptr) {
     // Two subbands of the same long block type at a time: 0 and 1 share the low
     // block type, every later pair the granule's.
