@@ -72,9 +72,13 @@ extern const HuffmanLookup* const kQuadLookup;
 //   Pair entry of a table without linbits: bits 0-4 the bits used (code word and
 //                signs), bits 5-9 and 10-14 the coded values of x and y (2 x magnitude
 //                + sign).
-//   Pair entry of a table with linbits: bits 0-4 the code word's length, bits 5-8 x
-//                and bits 9-12 y (magnitudes); the extension of a 15 and the sign of
-//                each non-zero value follow the code word.
+//   Pair entry of a table with linbits: bits 0-3 the code word's length plus one
+//                for each non-zero value (the bits used but for the extensions), bits
+//                4-7 x and bits 8-11 y (magnitudes), bit 12 set when x is 15 and bit 13
+//                when y is 15 (each of them takes the table's linbits more). After the
+//                code word come x's extension (of a 15) and sign (when not 0), then
+//                y's, so the whole pair's length is known from the entry and the
+//                linbits alone.
 //   Either kind is kSignedSlow instead when the code word (with its signs, without
 //                linbits) needs more than `bits` bits: such a pair is decoded through
 //                HuffmanLookup from the same position.

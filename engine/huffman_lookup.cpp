@@ -117,11 +117,14 @@ HuffmanSignedLookup BuildSignedPair(SignedSet& set, uint32_t table) {
     const uint32_t x = i / l.width;
     const uint32_t y = i % l.width;
     if (linbits) {
-      // A table with linbits: the code word's length and the magnitudes; the
-      // extensions of a 15 and the signs follow the code word.
+      // A table with linbits: the code word's length with the signs, the
+      // magnitudes and which of them is 15; the extensions of a 15 and the signs
+      // follow the code word.
       const uint32_t length = l.lengths[i];
       if (length <= bits) {
-        Claim(entries, bits, l.codes[i], length, static_cast<uint16_t>(length | (x << 5) | (y << 9)));
+        const uint32_t signs = (x != 0 ? 1u : 0u) + (y != 0 ? 1u : 0u);
+        const uint32_t escapes = (x == 15 ? 1u << 12 : 0u) | (y == 15 ? 1u << 13 : 0u);
+        Claim(entries, bits, l.codes[i], length, static_cast<uint16_t>((length + signs) | (x << 4) | (y << 8) | escapes));
       }
       continue;
     }

@@ -232,24 +232,12 @@ void PairsPlain(const HuffmanSignedLookup& fast, const HuffmanLookup& table, Rea
   }
 }
 
-// One magnitude of a pair with linbits at bit `used` of `bits`: the extension of a 15
-// (linbits bits), then the sign of a non-zero value; without branches.
-inline uint32_t LinbitsValue(uint32_t magnitude, uint64_t bits, uint32_t& used, uint32_t linbits) {
-  // All ones for a 15, else zero: a mask rather than a condition, which the compiler
-  // would turn into a branch that mispredicts on every other escape.
-  const uint32_t escape = 0u - static_cast<uint32_t>(magnitude == 15);
-  const uint32_t extension = static_cast<uint32_t>((bits << used) >> (64 - linbits));
-  magnitude += extension & escape;
-  used += linbits & escape;
-  const uint32_t nonZero = magnitude != 0 ? 1u : 0u;
-  const uint32_t sign = static_cast<uint32_t>((bits << used) >> 63) & nonZero;
-  used += nonZero;
-  return 2 * magnitude + sign;
-}
-
-// Pairs of lines [line, end) through a table with linbits. A pair may read 39 bits
-// after its look-up (two 13-bit extensions and two signs), so the reader is topped up
-// before each.
+// Pairs of lines [line, end) through a table with linbits. The entry alone gives the
+// pair's length (the linbits of each 15 added to it), so the next pair's look-up
+// waits only for that sum; the extensions and signs are read beside it: each value's
+// field after the code word (extension and sign, sign alone, or nothing) is taken
+// whole and added to twice its magnitude. A pair may read 39 bits after its look-up
+// (two 13-bit extensions and two signs), so the reader is topped up before each.
 void PairsLinbits(const HuffmanSignedLookup& fast, const HuffmanLookup& table, Reader& r, double* spectrum,
                   uint32_t line, uint32_t end, const uint8_t* chunkOfPair, const double* factor) {
   const double* power = gTables.power;
@@ -257,14 +245,25 @@ void PairsLinbits(const HuffmanSignedLookup& fast, const HuffmanLookup& table, R
   const uint32_t linbits = table.linbits;
   for (; line < end; line += 2) {
     r.TopUp();
-    const uint32_t e = fast.entries[r.bits >> shift];
+    const uint64_t bits = r.bits;
+    const uint32_t e = fast.entries[bits >> shift];
     uint32_t x;
     uint32_t y;
     if ((e & kSignedSlow) == 0) {
-      uint32_t used = e & 31;
-      x = LinbitsValue((e >> 5) & 15, r.bits, used, linbits);
-      y = LinbitsValue((e >> 9) & 15, r.bits, used, linbits);
-      r.Take(r.bits, used);
+      // The bits after the code word of each value: linbits for a 15, one for a sign.
+      const uint32_t escapeX = linbits & (0u - ((e >> 12) & 1));
+      const uint32_t escapeY = linbits & (0u - ((e >> 13) & 1));
+      const uint32_t magnitudeX = (e >> 4) & 15;
+      const uint32_t magnitudeY = (e >> 8) & 15;
+      const uint32_t signX = magnitudeX != 0 ? 1u : 0u;
+      const uint32_t signY = magnitudeY != 0 ? 1u : 0u;
+      const uint32_t length = (e & 15) - signX - signY;
+      const uint32_t widthX = escapeX + signX;
+      const uint32_t widthY = escapeY + signY;
+      // A field of 0 to 14 bits: shifted in two steps, so that a width of 0 gives 0.
+      x = 2 * magnitudeX + static_cast<uint32_t>(((bits << length) >> 1) >> (63 - widthX));
+      y = 2 * magnitudeY + static_cast<uint32_t>(((bits << (length + widthX)) >> 1) >> (63 - widthY));
+      r.Take(bits, (e & 15) + escapeX + escapeY);
     } else {
       SlowPair(table, r, x, y);
     }

@@ -2,7 +2,8 @@
 // tables: every code word of every table, followed by every choice of its sign bits
 // and by any further bits, gives its values with their signs and the bits used (or
 // the slow mark where the word and its signs are longer than the index); a table with
-// linbits gives the word's length and its magnitudes. Then DecodeGranuleSpectrum is held to the bit-by-bit
+// linbits gives the word's length with its signs, its magnitudes and which of them are
+// 15. Then DecodeGranuleSpectrum is held to the bit-by-bit
 // tree walk of DecodeSpectrumByTree followed by Requantise, on random data and random
 // side information (valid or damaged): the same 576 doubles bit for bit, the same
 // bounds, count and bit position, for long, short and mixed blocks at every rate.
@@ -36,8 +37,8 @@ TEST(HuffmanSignedLookup, EveryCodeWordWithEverySignGivesItsCodedValues) {
     for (uint32_t i = 0; i < l.count; ++i) {
       const uint32_t x = i / l.width, y = i % l.width;
       if (linbits) {
-        // The code word's length and the magnitudes; extensions and signs are read
-        // after it.
+        // The code word's length with the signs, the magnitudes and which of them
+        // is 15; extensions and signs are read after the code word.
         const uint32_t length = l.lengths[i];
         const uint32_t index = length <= s.bits ? uint32_t{l.codes[i]} << (s.bits - length)
                                                 : uint32_t{l.codes[i]} >> (length - s.bits);
@@ -46,7 +47,9 @@ TEST(HuffmanSignedLookup, EveryCodeWordWithEverySignGivesItsCodedValues) {
           EXPECT_EQ(e, kSignedSlow) << "table " << t << " value " << i;
         } else {
           ++fast;
-          EXPECT_EQ(e, length | (x << 5) | (y << 9)) << "table " << t << " value " << i;
+          const uint32_t signs = (x != 0) + (y != 0);
+          const uint32_t escapes = (x == 15 ? 1u << 12 : 0u) | (y == 15 ? 1u << 13 : 0u);
+          EXPECT_EQ(e, (length + signs) | (x << 4) | (y << 8) | escapes) << "table " << t << " value " << i;
         }
         continue;
       }
