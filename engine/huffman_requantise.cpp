@@ -7,8 +7,11 @@
 // even, so a pair of lines always lies in one chunk: a table made at load time names
 // the chunk of every pair of lines for each sampling frequency and block kind, and
 // each decoded value is multiplied by its chunk's factor as it is decoded, without a
-// test of where a chunk ends. Each pair of big values comes from the signed look-up
-// table of its region (code word and signs in one access, huffman.h); each count1
+// test of where a chunk ends. Each pair of big values of a table without linbits
+// comes from the signed look-up table of its region (code word and signs in one
+// access, huffman.h), each pair of a table with linbits from its byte-field table
+// (the pair's whole length from one access, the extensions and signs read beside
+// it); each count1
 // quadruple likewise, and where the lines allow, a run of zero quadruples with the
 // quadruple after it in one access (the upper lines of low-rate streams are mostly
 // zero quadruples). The bit reader keeps at least 35 bits ahead and tops itself up
@@ -143,6 +146,15 @@ void ChunkFactors(const ChunkLayout& c, const ScaleFactors& sf, const GranuleInf
   }
 }
 
+// The factors of a long block's chunks, which are its 22 bands in order, each with
+// the scale factor of its own index: ChunkFactors without the layout's look-ups.
+void LongBlockFactors(const ScaleFactors& sf, const GranuleInfo& gi, double* factor) {
+  const uint8_t* pretab = kPretab[gi.preflag & 1];
+  const uint32_t shift = gi.scalefac_multiplier;
+  const uint32_t gain = gi.global_gain_ref;
+  for (uint32_t j = 0; j < 22; ++j) factor[j] = gTables.gain[gain + ((sf.sf[j] + pretab[j]) << shift)];
+}
+
 // ---- The bit reader ----
 
 // The bits from the read position on, left-aligned in `bits`, of which the top
@@ -232,38 +244,37 @@ void PairsPlain(const HuffmanSignedLookup& fast, const HuffmanLookup& table, Rea
   }
 }
 
-// Pairs of lines [line, end) through a table with linbits. The entry alone gives the
-// pair's length (the linbits of each 15 added to it), so the next pair's look-up
-// waits only for that sum; the extensions and signs are read beside it: each value's
-// field after the code word (extension and sign, sign alone, or nothing) is taken
-// whole and added to twice its magnitude. A pair may read 39 bits after its look-up
-// (two 13-bit extensions and two signs), so the reader is topped up before each.
-void PairsLinbits(const HuffmanSignedLookup& fast, const HuffmanLookup& table, Reader& r, double* spectrum,
+// Masks of the low 0 to 15 bits, by width: a value's field after the code word (at
+// most a 13-bit extension and a sign), cut out with a mask rather than a second shift.
+constexpr uint32_t kLowBits[16] = {0, 1, 3, 7, 15, 31, 63, 127, 255, 511, 1023, 2047, 4095, 8191, 16383, 32767};
+
+// Pairs of lines [line, end) through a table with linbits. The entry's fields give
+// the pair's length (the linbits of each 15 added to it), so the next pair's look-up
+// waits only for that sum; each value's field after the code word (extension and
+// sign, sign alone, or nothing) is taken whole, counted back from the pair's end, and
+// added to twice its magnitude. Fields are loaded and masked rather than shifted out:
+// the processor has few units for shifts, and a shift by a register count costs two
+// operations there. A pair may read 39 bits after its look-up (two 13-bit extensions
+// and two signs), so the reader is topped up before each.
+void PairsLinbits(const LinbitsPairEntry* entries, const HuffmanLookup& table, Reader& r, double* spectrum,
                   uint32_t line, uint32_t end, const uint8_t* chunkOfPair, const double* factor) {
   const double* power = gTables.power;
-  const uint32_t shift = 64 - fast.bits;
+  constexpr uint32_t shift = 64 - kLinbitsIndexBits;
   const uint32_t linbits = table.linbits;
   for (; line < end; line += 2) {
     r.TopUp();
     const uint64_t bits = r.bits;
-    const uint32_t e = fast.entries[bits >> shift];
+    const LinbitsPairEntry& p = entries[bits >> shift];
     uint32_t x;
     uint32_t y;
-    if ((e & kSignedSlow) == 0) {
-      // The bits after the code word of each value: linbits for a 15, one for a sign.
-      const uint32_t escapeX = linbits & (0u - ((e >> 12) & 1));
-      const uint32_t escapeY = linbits & (0u - ((e >> 13) & 1));
-      const uint32_t magnitudeX = (e >> 4) & 15;
-      const uint32_t magnitudeY = (e >> 8) & 15;
-      const uint32_t signX = magnitudeX != 0 ? 1u : 0u;
-      const uint32_t signY = magnitudeY != 0 ? 1u : 0u;
-      const uint32_t length = (e & 15) - signX - signY;
-      const uint32_t widthX = escapeX + signX;
-      const uint32_t widthY = escapeY + signY;
-      // A field of 0 to 14 bits: shifted in two steps, so that a width of 0 gives 0.
-      x = 2 * magnitudeX + static_cast<uint32_t>(((bits << length) >> 1) >> (63 - widthX));
-      y = 2 * magnitudeY + static_cast<uint32_t>(((bits << (length + widthX)) >> 1) >> (63 - widthY));
-      r.Take(bits, (e & 15) + escapeX + escapeY);
+    if (p.used != 0) {
+      const uint32_t extensionX = p.escapeX & linbits;
+      const uint32_t extensionY = p.escapeY & linbits;
+      const uint32_t n = p.used + extensionX + extensionY;
+      const uint32_t widthY = extensionY + p.signY;
+      y = p.codedY + static_cast<uint32_t>(bits >> (64 - n) & kLowBits[widthY]);
+      x = p.codedX + static_cast<uint32_t>(bits >> (64 - n + widthY) & kLowBits[extensionX + p.signX]);
+      r.Take(bits, n);
     } else {
       SlowPair(table, r, x, y);
     }
@@ -319,7 +330,11 @@ int32_t DecodeGranuleSpectrum(double* spectrum, const uint8_t* reservoir, uint32
   const BlockKind kind = gi.block_type != 2 ? kLongBlock : gi.mixed_block_flag == 0 ? kShortBlock : kMixedBlock;
   const ChunkLayout& layout = gLayouts.layout[rateCode][kind];
   double factor[kMaxChunks];
-  ChunkFactors(layout, sf, gi, factor);
+  if (kind == kLongBlock) {
+    LongBlockFactors(sf, gi, factor);
+  } else {
+    ChunkFactors(layout, sf, gi, factor);
+  }
   const uint8_t* chunkOfPair = layout.chunkOfPair;
 
   // Big values, region by region.
@@ -332,13 +347,13 @@ int32_t DecodeGranuleSpectrum(double* spectrum, const uint8_t* reservoir, uint32
     const HuffmanSignedLookup& fast = kPairSignedLookup[table];
     const uint32_t end = regions.ends[k];
     if (line >= end) continue;
-    if (fast.bits == 0) {
+    if (kPairLookup[table].linbits != 0) {
+      PairsLinbits(kLinbitsPairLookup[table], kPairLookup[table], r, spectrum, line, end, chunkOfPair, factor);
+    } else if (fast.bits == 0) {
       // A table without code words: (0, 0) pairs without reading a bit.
       std::memset(spectrum + line, 0, (end - line) * sizeof(double));
-    } else if (kPairLookup[table].linbits == 0) {
-      PairsPlain(fast, kPairLookup[table], r, spectrum, line, end, chunkOfPair, factor);
     } else {
-      PairsLinbits(fast, kPairLookup[table], r, spectrum, line, end, chunkOfPair, factor);
+      PairsPlain(fast, kPairLookup[table], r, spectrum, line, end, chunkOfPair, factor);
     }
     line = end;
   }
