@@ -11,10 +11,9 @@
 // comes from the signed look-up table of its region (code word and signs in one
 // access, huffman.h), each pair of a table with linbits from its byte-field table
 // (the pair's whole length from one access, the extensions and signs read beside
-// it); each count1
-// quadruple likewise, and where the lines allow, a run of zero quadruples with the
-// quadruple after it in one access (the upper lines of low-rate streams are mostly
-// zero quadruples). The bit reader keeps at least 35 bits ahead and tops itself up
+// it); each count1 quadruple from its signed table too, and where the lines allow, a
+// run of zero quadruples with the quadruple after it in one access (the upper lines
+// of low-rate streams are mostly zero quadruples). The bit reader keeps at least 35 bits ahead and tops itself up
 // after every code word without a branch. The non-zero bounds are found afterwards
 // from the spectrum itself: a line is non-zero exactly when its coded value is (every
 // factor is a positive normal number and every power at least 1).
