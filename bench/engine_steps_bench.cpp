@@ -1,5 +1,6 @@
 // Timing of the engine's steps beyond the filterbank kernels: Huffman decoding of a
-// granule (look-up tables beside the tree walk), requantisation, the final layout
+// granule (look-up tables beside the tree walk, and the one-pass decoding with
+// requantisation the decoder uses), requantisation, the final layout
 // of a granule (16-bit and float interleaving, with and without de-emphasis), and
 // whole frames through the decoder object (16-bit and float).
 // Run: bench --benchmark_filter='Huffman|Requantise|Output|Frame'
@@ -13,6 +14,7 @@
 #include <vector>
 
 #include "engine/huffman.h"
+#include "engine/huffman_requantise.h"
 #include "engine/output.h"
 #include "engine/requantise.h"
 #include "engine/tables.h"
@@ -132,6 +134,27 @@ void HuffmanGranuleDecode(benchmark::State& state) {
   state.counters["bits"] = g.gi.part2_3_length;
 }
 BENCHMARK(HuffmanGranuleDecode)->Arg(0)->Arg(1);
+
+// The same granule through the one-pass decoding with requantisation
+// (DecodeGranuleSpectrum), as the decoder runs it.
+void HuffmanRequantiseGranule(benchmark::State& state) {
+  const HuffmanGranule& g = Granule();
+  ScaleFactors sf{};
+  for (uint32_t i = 0; i < 22; ++i) sf.sf[i] = i % 5;
+  GranuleInfo base = g.gi;
+  base.global_gain_ref = kGainOrigin - 150;
+  base.scalefac_multiplier = 1;
+  alignas(16) double spectrum[576];
+  for (auto _ : state) {
+    GranuleInfo gi = base;
+    uint32_t pos = 0;
+    const int32_t n = DecodeGranuleSpectrum(spectrum, g.ring.data(), pos, gi, sf, 0, 0);
+    benchmark::DoNotOptimize(n);
+    benchmark::ClobberMemory();
+  }
+  state.counters["bits"] = g.gi.part2_3_length;
+}
+BENCHMARK(HuffmanRequantiseGranule);
 
 // ---- Requantisation ----
 

@@ -65,32 +65,53 @@ constexpr uint16_t kLookupContinue = 0x8000;
 extern const HuffmanLookup* const kPairLookup;
 extern const HuffmanLookup* const kQuadLookup;
 
-// Look-up tables that give a whole pair, or a whole count1 quadruple, with its signs
-// in one access: entry v holds what decoding the `bits` bits of v (most significant
-// first) yields when the code word and the sign bits that follow it all lie within
-// them. Built from the code lists when the module is loaded.
-//   Pair entry of a table without linbits: bits 0-4 the bits used (code word and
-//                signs), bits 5-9 and 10-14 the coded values of x and y (2 x magnitude
-//                + sign).
-//   Pair entry of a table with linbits: bits 0-4 the code word's length, bits 5-8 x
-//                and bits 9-12 y (magnitudes); the extension of a 15 and the sign of
-//                each non-zero value follow the code word.
-//   Either kind is kSignedSlow instead when the code word (with its signs, without
-//                linbits) needs more than `bits` bits: such a pair is decoded through
-//                HuffmanLookup from the same position.
+// Look-up tables that give a whole pair of a table without linbits, or a whole count1
+// quadruple, with its signs in one access: entry v holds what decoding the `bits` bits
+// of v (most significant first) yields when the code word and the sign bits that
+// follow it all lie within them. Built from the code lists when the module is loaded.
+//   Pair entry:  bits 0-4 the bits used (code word and signs), bits 5-9 and 10-14 the
+//                coded values of x and y (2 x magnitude + sign); kSignedSlow instead
+//                when the code word and its signs need more than `bits` bits: such a
+//                pair is decoded through HuffmanLookup from the same position.
 //   Quad entry:  bits 0-3 the bits used, then the coded values of v, w, x and y in
 //                bits 4-5, 6-7, 8-9 and 10-11 (0, 2 or 3: magnitude 1 with its sign).
-// Tables without code words have bits 0 and no entries of use.
+// Tables without code words, and the tables with linbits (which have
+// kLinbitsPairLookup instead), have bits 0 and no entries of use.
 struct HuffmanSignedLookup {
   const uint16_t* entries;  // 2^bits entries
-  uint32_t bits;            // index width: the longest code word, + 2 signs without linbits
-                            // (pairs) or + 4 (quads), at most 11
+  uint32_t bits;            // index width: the longest code word, + 2 signs (pairs) or
+                            // + 4 (quads), at most 11
 };
 constexpr uint16_t kSignedSlow = 0x8000;
 
 // By table_select and count1table_select, in step with kPairLookup and kQuadLookup.
 extern const HuffmanSignedLookup* const kPairSignedLookup;
 extern const HuffmanSignedLookup* const kQuadSignedLookup;
+
+// Look-up tables of the pair tables with linbits, a pair's fields in bytes of their
+// own, so that a decoder reads each with a load rather than a shift (the shifts of
+// the extensions already keep the processor's shift units busy). Entry v describes
+// the code word at the top of the kLinbitsIndexBits bits of v; after the code word
+// come x's extension (of a 15) and sign (when not 0), then y's.
+struct LinbitsPairEntry {
+  uint8_t used;     // the code word's length plus one per non-zero value (the bits
+                    // the pair takes but for its extensions); 0 when the code word is
+                    // longer than the index: such a pair is decoded through
+                    // HuffmanLookup from the same position
+  uint8_t escapeX;  // 0xFF when x is 15 (linbits bits of extension follow), else 0
+  uint8_t escapeY;
+  uint8_t signX;    // 1 when x is not 0 (a sign bit follows), else 0
+  uint8_t signY;
+  uint8_t codedX;   // 2 x the magnitude of x in the code word
+  uint8_t codedY;
+  uint8_t unused;
+};
+// The index width: every table with linbits has code words longer than it.
+constexpr uint32_t kLinbitsIndexBits = 11;
+
+// By table_select: 2^kLinbitsIndexBits entries for each table with linbits (tables
+// sharing a code list share them), null for the others.
+extern const LinbitsPairEntry* const* const kLinbitsPairLookup;
 
 // Count1 look-up tables that give up to three quadruples (0, 0, 0, 0) and the
 // quadruple after them in one access, by count1table_select; the index width is that

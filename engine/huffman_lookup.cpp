@@ -73,9 +73,10 @@ const bool gLookupsBuilt = BuildAll();
 // ---- Signed look-up tables: a pair or quadruple with its signs in one access ----
 
 constexpr uint32_t kMaxSignedBits = 11;
-// Room for every distinct code list's table: 15 pair lists and 2 count1 lists of at
-// most 2^11 entries each, and one entry for the tables without code words.
-constexpr size_t kSignedStorageEntries = 17 * (size_t{1} << kMaxSignedBits) + 1;
+// Room for every distinct code list's table: 13 pair lists without linbits and 2
+// count1 lists of at most 2^11 entries each, and one entry for the tables without
+// code words.
+constexpr size_t kSignedStorageEntries = 15 * (size_t{1} << kMaxSignedBits) + 1;
 
 struct SignedSet {
   HuffmanSignedLookup pair[32];
@@ -99,16 +100,16 @@ void Claim(uint16_t* entries, uint32_t bits, uint32_t prefix, uint32_t length, u
 
 HuffmanSignedLookup BuildSignedPair(SignedSet& set, uint32_t table) {
   const HuffmanCodeList l = PairCodeList(table);
-  if (l.count == 0) {
+  if (l.count == 0 || kPairTables[table].linbits != 0) {
     // No code words: (0, 0) without reading a bit (decoders test bits == 0 first).
+    // Tables with linbits: kLinbitsPairLookup instead.
     return {set.storage + kSignedStorageEntries - 1, 0};
   }
   for (uint32_t t = 0; t < table; ++t) {
     if (set.listOf[t] == l.codes) return set.pair[t];
   }
   set.listOf[table] = l.codes;
-  const bool linbits = kPairTables[table].linbits != 0;
-  const uint32_t longest = LongestCode(l) + (linbits ? 0 : 2);
+  const uint32_t longest = LongestCode(l) + 2;
   const uint32_t bits = longest < kMaxSignedBits ? longest : kMaxSignedBits;
   uint16_t* entries = set.storage + set.used;
   set.used += size_t{1} << bits;
@@ -116,15 +117,6 @@ HuffmanSignedLookup BuildSignedPair(SignedSet& set, uint32_t table) {
   for (uint32_t i = 0; i < l.count; ++i) {
     const uint32_t x = i / l.width;
     const uint32_t y = i % l.width;
-    if (linbits) {
-      // A table with linbits: the code word's length and the magnitudes; the
-      // extensions of a 15 and the signs follow the code word.
-      const uint32_t length = l.lengths[i];
-      if (length <= bits) {
-        Claim(entries, bits, l.codes[i], length, static_cast<uint16_t>(length | (x << 5) | (y << 9)));
-      }
-      continue;
-    }
     const uint32_t signs = (x != 0 ? 1u : 0u) + (y != 0 ? 1u : 0u);
     const uint32_t length = l.lengths[i] + signs;
     if (length > bits) continue;
@@ -177,6 +169,47 @@ bool BuildAllSigned() {
 // The code lists are constant data, so this start-up initialiser can read them.
 const bool gSignedBuilt = BuildAllSigned();
 
+// ---- Pairs with linbits, field by field ----
+
+struct LinbitsSet {
+  const LinbitsPairEntry* pair[32];
+  LinbitsPairEntry storage[2][1u << kLinbitsIndexBits];  // the code lists of tables 16-23 and 24-31
+};
+
+// Every index that starts with a code word gets its entry; the rest (the heads of
+// longer code words) stay zero, that is `used` 0.
+void BuildLinbitsPairs(LinbitsPairEntry* entries, const HuffmanCodeList& l) {
+  constexpr uint32_t bits = kLinbitsIndexBits;
+  for (uint32_t v = 0; v < (1u << bits); ++v) entries[v] = LinbitsPairEntry{};
+  for (uint32_t i = 0; i < l.count; ++i) {
+    const uint32_t length = l.lengths[i];
+    if (length > bits) continue;
+    const uint32_t x = i / l.width;
+    const uint32_t y = i % l.width;
+    LinbitsPairEntry e{};
+    e.signX = x != 0 ? 1 : 0;
+    e.signY = y != 0 ? 1 : 0;
+    e.used = static_cast<uint8_t>(length + e.signX + e.signY);
+    e.escapeX = x == 15 ? 0xFF : 0;
+    e.escapeY = y == 15 ? 0xFF : 0;
+    e.codedX = static_cast<uint8_t>(2 * x);
+    e.codedY = static_cast<uint8_t>(2 * y);
+    const uint32_t first = uint32_t{l.codes[i]} << (bits - length);
+    for (uint32_t v = first; v < first + (1u << (bits - length)); ++v) entries[v] = e;
+  }
+}
+
+LinbitsSet gLinbits;  // zero until the start-up initialiser below fills it
+
+bool BuildAllLinbits() {
+  BuildLinbitsPairs(gLinbits.storage[0], PairCodeList(16));
+  BuildLinbitsPairs(gLinbits.storage[1], PairCodeList(24));
+  for (uint32_t t = 16; t < 32; ++t) gLinbits.pair[t] = gLinbits.storage[t < 24 ? 0 : 1];
+  return true;
+}
+
+const bool gLinbitsBuilt = BuildAllLinbits();
+
 // ---- Count1 runs: the zero quadruples before a quadruple, in the same access ----
 
 struct RunSet {
@@ -224,5 +257,6 @@ const HuffmanLookup* const kQuadLookup = gLookups.quad;
 const HuffmanSignedLookup* const kPairSignedLookup = gSigned.pair;
 const HuffmanSignedLookup* const kQuadSignedLookup = gSigned.quad;
 const HuffmanSignedLookup* const kQuadRunLookup = gRuns.quad;
+const LinbitsPairEntry* const* const kLinbitsPairLookup = gLinbits.pair;
 
 }  // namespace kxmp3

@@ -7,11 +7,13 @@
 // even, so a pair of lines always lies in one chunk: a table made at load time names
 // the chunk of every pair of lines for each sampling frequency and block kind, and
 // each decoded value is multiplied by its chunk's factor as it is decoded, without a
-// test of where a chunk ends. Each pair of big values comes from the signed look-up
-// table of its region (code word and signs in one access, huffman.h); each count1
-// quadruple likewise, and where the lines allow, a run of zero quadruples with the
-// quadruple after it in one access (the upper lines of low-rate streams are mostly
-// zero quadruples). The bit reader keeps at least 35 bits ahead and tops itself up
+// test of where a chunk ends. Each pair of big values of a table without linbits
+// comes from the signed look-up table of its region (code word and signs in one
+// access, huffman.h), each pair of a table with linbits from its byte-field table
+// (the pair's whole length from one access, the extensions and signs read beside
+// it); each count1 quadruple from its signed table too, and where the lines allow, a
+// run of zero quadruples with the quadruple after it in one access (the upper lines
+// of low-rate streams are mostly zero quadruples). The bit reader keeps at least 35 bits ahead and tops itself up
 // after every code word without a branch. The non-zero bounds are found afterwards
 // from the spectrum itself: a line is non-zero exactly when its coded value is (every
 // factor is a positive normal number and every power at least 1).
@@ -143,6 +145,15 @@ void ChunkFactors(const ChunkLayout& c, const ScaleFactors& sf, const GranuleInf
   }
 }
 
+// The factors of a long block's chunks, which are its 22 bands in order, each with
+// the scale factor of its own index: ChunkFactors without the layout's look-ups.
+void LongBlockFactors(const ScaleFactors& sf, const GranuleInfo& gi, double* factor) {
+  const uint8_t* pretab = kPretab[gi.preflag & 1];
+  const uint32_t shift = gi.scalefac_multiplier;
+  const uint32_t gain = gi.global_gain_ref;
+  for (uint32_t j = 0; j < 22; ++j) factor[j] = gTables.gain[gain + ((sf.sf[j] + pretab[j]) << shift)];
+}
+
 // ---- The bit reader ----
 
 // The bits from the read position on, left-aligned in `bits`, of which the top
@@ -232,39 +243,37 @@ void PairsPlain(const HuffmanSignedLookup& fast, const HuffmanLookup& table, Rea
   }
 }
 
-// One magnitude of a pair with linbits at bit `used` of `bits`: the extension of a 15
-// (linbits bits), then the sign of a non-zero value; without branches.
-inline uint32_t LinbitsValue(uint32_t magnitude, uint64_t bits, uint32_t& used, uint32_t linbits) {
-  // All ones for a 15, else zero: a mask rather than a condition, which the compiler
-  // would turn into a branch that mispredicts on every other escape.
-  const uint32_t escape = 0u - static_cast<uint32_t>(magnitude == 15);
-  const uint32_t extension = static_cast<uint32_t>((bits << used) >> (64 - linbits));
-  magnitude += extension & escape;
-  used += linbits & escape;
-  const uint32_t nonZero = magnitude != 0 ? 1u : 0u;
-  const uint32_t sign = static_cast<uint32_t>((bits << used) >> 63) & nonZero;
-  used += nonZero;
-  return 2 * magnitude + sign;
-}
+// Masks of the low 0 to 15 bits, by width: a value's field after the code word (at
+// most a 13-bit extension and a sign), cut out with a mask rather than a second shift.
+constexpr uint32_t kLowBits[16] = {0, 1, 3, 7, 15, 31, 63, 127, 255, 511, 1023, 2047, 4095, 8191, 16383, 32767};
 
-// Pairs of lines [line, end) through a table with linbits. A pair may read 39 bits
-// after its look-up (two 13-bit extensions and two signs), so the reader is topped up
-// before each.
-void PairsLinbits(const HuffmanSignedLookup& fast, const HuffmanLookup& table, Reader& r, double* spectrum,
+// Pairs of lines [line, end) through a table with linbits. The entry's fields give
+// the pair's length (the linbits of each 15 added to it), so the next pair's look-up
+// waits only for that sum; each value's field after the code word (extension and
+// sign, sign alone, or nothing) is taken whole, counted back from the pair's end, and
+// added to twice its magnitude. Fields are loaded and masked rather than shifted out:
+// the processor has few units for shifts, and a shift by a register count costs two
+// operations there. A pair may read 39 bits after its look-up (two 13-bit extensions
+// and two signs), so the reader is topped up before each.
+void PairsLinbits(const LinbitsPairEntry* entries, const HuffmanLookup& table, Reader& r, double* spectrum,
                   uint32_t line, uint32_t end, const uint8_t* chunkOfPair, const double* factor) {
   const double* power = gTables.power;
-  const uint32_t shift = 64 - fast.bits;
+  constexpr uint32_t shift = 64 - kLinbitsIndexBits;
   const uint32_t linbits = table.linbits;
   for (; line < end; line += 2) {
     r.TopUp();
-    const uint32_t e = fast.entries[r.bits >> shift];
+    const uint64_t bits = r.bits;
+    const LinbitsPairEntry& p = entries[bits >> shift];
     uint32_t x;
     uint32_t y;
-    if ((e & kSignedSlow) == 0) {
-      uint32_t used = e & 31;
-      x = LinbitsValue((e >> 5) & 15, r.bits, used, linbits);
-      y = LinbitsValue((e >> 9) & 15, r.bits, used, linbits);
-      r.Take(r.bits, used);
+    if (p.used != 0) {
+      const uint32_t extensionX = p.escapeX & linbits;
+      const uint32_t extensionY = p.escapeY & linbits;
+      const uint32_t n = p.used + extensionX + extensionY;
+      const uint32_t widthY = extensionY + p.signY;
+      y = p.codedY + static_cast<uint32_t>(bits >> (64 - n) & kLowBits[widthY]);
+      x = p.codedX + static_cast<uint32_t>(bits >> (64 - n + widthY) & kLowBits[extensionX + p.signX]);
+      r.Take(bits, n);
     } else {
       SlowPair(table, r, x, y);
     }
@@ -320,7 +329,11 @@ int32_t DecodeGranuleSpectrum(double* spectrum, const uint8_t* reservoir, uint32
   const BlockKind kind = gi.block_type != 2 ? kLongBlock : gi.mixed_block_flag == 0 ? kShortBlock : kMixedBlock;
   const ChunkLayout& layout = gLayouts.layout[rateCode][kind];
   double factor[kMaxChunks];
-  ChunkFactors(layout, sf, gi, factor);
+  if (kind == kLongBlock) {
+    LongBlockFactors(sf, gi, factor);
+  } else {
+    ChunkFactors(layout, sf, gi, factor);
+  }
   const uint8_t* chunkOfPair = layout.chunkOfPair;
 
   // Big values, region by region.
@@ -333,13 +346,13 @@ int32_t DecodeGranuleSpectrum(double* spectrum, const uint8_t* reservoir, uint32
     const HuffmanSignedLookup& fast = kPairSignedLookup[table];
     const uint32_t end = regions.ends[k];
     if (line >= end) continue;
-    if (fast.bits == 0) {
+    if (kPairLookup[table].linbits != 0) {
+      PairsLinbits(kLinbitsPairLookup[table], kPairLookup[table], r, spectrum, line, end, chunkOfPair, factor);
+    } else if (fast.bits == 0) {
       // A table without code words: (0, 0) pairs without reading a bit.
       std::memset(spectrum + line, 0, (end - line) * sizeof(double));
-    } else if (kPairLookup[table].linbits == 0) {
-      PairsPlain(fast, kPairLookup[table], r, spectrum, line, end, chunkOfPair, factor);
     } else {
-      PairsLinbits(fast, kPairLookup[table], r, spectrum, line, end, chunkOfPair, factor);
+      PairsPlain(fast, kPairLookup[table], r, spectrum, line, end, chunkOfPair, factor);
     }
     line = end;
   }

@@ -1,8 +1,9 @@
-// Tests of the one-pass Huffman decoding and requantisation. First the signed look-up
-// tables: every code word of every table, followed by every choice of its sign bits
-// and by any further bits, gives its values with their signs and the bits used (or
-// the slow mark where the word and its signs are longer than the index); a table with
-// linbits gives the word's length and its magnitudes. Then DecodeGranuleSpectrum is held to the bit-by-bit
+// Tests of the one-pass Huffman decoding and requantisation. First the look-up
+// tables: every code word of every table without linbits, followed by every choice of
+// its sign bits and by any further bits, gives its values with their signs and the
+// bits used (or the slow mark where the word and its signs are longer than the
+// index); every code word of a table with linbits gives its length, magnitudes, signs
+// and escapes (or the slow mark). Then DecodeGranuleSpectrum is held to the bit-by-bit
 // tree walk of DecodeSpectrumByTree followed by Requantise, on random data and random
 // side information (valid or damaged): the same 576 doubles bit for bit, the same
 // bounds, count and bit position, for long, short and mixed blocks at every rate.
@@ -26,30 +27,15 @@ const uint32_t kCodedTables[] = {1, 2, 3, 5, 6, 7, 8, 9, 10, 11, 12, 13, 15, 16,
 
 TEST(HuffmanSignedLookup, EveryCodeWordWithEverySignGivesItsCodedValues) {
   for (uint32_t t : kCodedTables) {
+    if (kPairTables[t].linbits != 0) continue;
     const HuffmanCodeList l = PairCodeList(t);
     const HuffmanSignedLookup& s = kPairSignedLookup[t];
     uint32_t longest = 0;
     for (uint32_t i = 0; i < l.count; ++i) longest = std::max<uint32_t>(longest, l.lengths[i]);
-    const bool linbits = kPairTables[t].linbits != 0;
-    ASSERT_EQ(s.bits, std::min(longest + (linbits ? 0 : 2), 11u)) << t;
+    ASSERT_EQ(s.bits, std::min(longest + 2, 11u)) << t;
     uint32_t fast = 0;
     for (uint32_t i = 0; i < l.count; ++i) {
       const uint32_t x = i / l.width, y = i % l.width;
-      if (linbits) {
-        // The code word's length and the magnitudes; extensions and signs are read
-        // after it.
-        const uint32_t length = l.lengths[i];
-        const uint32_t index = length <= s.bits ? uint32_t{l.codes[i]} << (s.bits - length)
-                                                : uint32_t{l.codes[i]} >> (length - s.bits);
-        const uint16_t e = s.entries[index];
-        if (length > s.bits) {
-          EXPECT_EQ(e, kSignedSlow) << "table " << t << " value " << i;
-        } else {
-          ++fast;
-          EXPECT_EQ(e, length | (x << 5) | (y << 9)) << "table " << t << " value " << i;
-        }
-        continue;
-      }
       const uint32_t signs = (x != 0) + (y != 0);
       const uint32_t length = l.lengths[i] + signs;
       for (uint32_t sign = 0; sign < (1u << signs); ++sign) {
@@ -78,9 +64,54 @@ TEST(HuffmanSignedLookup, EveryCodeWordWithEverySignGivesItsCodedValues) {
     }
     EXPECT_GT(fast, 0u) << t;
   }
+  // No code words, or linbits (kLinbitsPairLookup instead): no signed entries.
   for (uint32_t t : {0u, 4u, 14u}) EXPECT_EQ(kPairSignedLookup[t].bits, 0u) << t;
-  for (uint32_t t = 17; t < 24; ++t) EXPECT_EQ(kPairSignedLookup[t].entries, kPairSignedLookup[16].entries) << t;
-  for (uint32_t t = 25; t < 32; ++t) EXPECT_EQ(kPairSignedLookup[t].entries, kPairSignedLookup[24].entries) << t;
+  for (uint32_t t = 16; t < 32; ++t) EXPECT_EQ(kPairSignedLookup[t].bits, 0u) << t;
+}
+
+// Every code word of a table with linbits, followed by any bits, gives its length
+// with one bit per non-zero value, its magnitudes twice, which values take a sign and
+// which an extension; the heads of longer code words give the slow mark (used 0).
+TEST(HuffmanLinbitsLookup, EveryCodeWordGivesItsFields) {
+  for (uint32_t t = 0; t < 32; ++t) {
+    if (kPairTables[t].linbits == 0) {
+      EXPECT_EQ(kLinbitsPairLookup[t], nullptr) << t;
+      continue;
+    }
+    const LinbitsPairEntry* entries = kLinbitsPairLookup[t];
+    ASSERT_NE(entries, nullptr) << t;
+    EXPECT_EQ(entries, kLinbitsPairLookup[t < 24 ? 16 : 24]) << t;
+    const HuffmanCodeList l = PairCodeList(t);
+    constexpr uint32_t bits = kLinbitsIndexBits;
+    std::vector<bool> covered(size_t{1} << bits, false);
+    uint32_t longer = 0;
+    for (uint32_t i = 0; i < l.count; ++i) {
+      const uint32_t x = i / l.width, y = i % l.width;
+      const uint32_t length = l.lengths[i];
+      if (length > bits) {
+        ++longer;
+        const uint32_t head = uint32_t{l.codes[i]} >> (length - bits);
+        EXPECT_EQ(entries[head].used, 0u) << "table " << t << " value " << i;
+        covered[head] = true;
+        continue;
+      }
+      const uint32_t first = uint32_t{l.codes[i]} << (bits - length);
+      for (uint32_t v = first; v < first + (1u << (bits - length)); ++v) {
+        ASSERT_FALSE(covered[v]) << "table " << t << ": index " << v << " claimed twice";
+        covered[v] = true;
+        const LinbitsPairEntry& e = entries[v];
+        EXPECT_EQ(e.used, length + (x != 0) + (y != 0)) << "table " << t << " value " << i;
+        EXPECT_EQ(e.escapeX, x == 15 ? 0xFF : 0) << "table " << t << " value " << i;
+        EXPECT_EQ(e.escapeY, y == 15 ? 0xFF : 0) << "table " << t << " value " << i;
+        EXPECT_EQ(e.signX, x != 0 ? 1 : 0) << "table " << t << " value " << i;
+        EXPECT_EQ(e.signY, y != 0 ? 1 : 0) << "table " << t << " value " << i;
+        EXPECT_EQ(e.codedX, 2 * x) << "table " << t << " value " << i;
+        EXPECT_EQ(e.codedY, 2 * y) << "table " << t << " value " << i;
+      }
+    }
+    EXPECT_GT(longer, 0u) << t;
+    for (size_t v = 0; v < covered.size(); ++v) EXPECT_TRUE(covered[v]) << "table " << t << ": index " << v;
+  }
 }
 
 TEST(HuffmanSignedLookup, EveryCount1CodeWordWithEverySignGivesItsFourValues) {
