@@ -187,6 +187,29 @@ void DspDct32FourSlots(benchmark::State& state) {
   Label(state);
 }
 
+// The matrixing of all 18 slots of a granule-channel, as the synthesis does it: through
+// dct32Slots where the table has it (AVX-512: 8 + 8 slots, then 2 through AVX2), else
+// gathers and dct32 calls.
+void DspDct32Granule(benchmark::State& state) {
+  Work& w = Prepared();
+  const DspKernels& k = Kernels(state);
+  alignas(64) static double rows[18 * 64];
+  double* first = rows + 64 * 17;  // slot t at first - 64 t
+  alignas(16) double slot[32];
+  for (auto _ : state) {
+    if (k.dct32Slots != nullptr) {
+      for (uint32_t t = 0; t < 18;) t += k.dct32Slots(w.a, t, first - 64 * t);
+    } else {
+      for (uint32_t t = 0; t < 18; ++t) {
+        for (uint32_t sb = 0; sb < 32; ++sb) slot[sb] = (t & sb & 1) != 0 ? -w.a[18 * sb + t] : w.a[18 * sb + t];
+        k.dct32(slot, first - 64 * t);
+      }
+    }
+    benchmark::ClobberMemory();
+  }
+  Label(state);
+}
+
 // A whole granule-channel through the synthesis (18 slots: matrixing, ring, window).
 // Second argument: bytes per sample.
 void DspSynthesizeGranule(benchmark::State& state) {
@@ -206,6 +229,7 @@ void DspSynthesizeGranule(benchmark::State& state) {
 // Argument 0 = scalar, 1 = SSE2, 2 = AVX2, 3 = AVX-512.
 BENCHMARK(DspDct32)->Arg(0)->Arg(1);
 BENCHMARK(DspDct32FourSlots)->Arg(0)->Arg(1)->Arg(2);
+BENCHMARK(DspDct32Granule)->Arg(0)->Arg(1)->Arg(2)->Arg(3);
 BENCHMARK(DspWindowInt16)->Arg(0)->Arg(1)->Arg(2)->Arg(3);
 BENCHMARK(DspWindowFloat)->Arg(0)->Arg(1)->Arg(2)->Arg(3);
 BENCHMARK(DspSynthesizeGranule)

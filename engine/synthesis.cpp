@@ -9,6 +9,9 @@
 // X[m] = sum_k cos(m (2 k + 1) pi / 64) s[k] read out with its symmetries:
 //   v[0..15] = X[16..31], v[16] = 0, v[17..31] = -X[31..17],
 //   v[32..47] = -X[16..1], v[48] = -X[0], v[49..63] = -X[1..15].
+// The ring stores v[17..63] without their minus signs, which the window copies carry
+// (SynthesisWindowSign in tables.h): a row on the ring is
+//   X[16..31], 0, X[31..17], X[16..1], X[0..15].
 // The DCT-II is computed by recursive halving: for a block of N values,
 //   a[k] = x[k] + x[N-1-k], b[k] = (x[k] - x[N-1-k]) / (2 cos((2 k + 1) pi / 2N)),
 // the even outputs are the N/2-point DCT of a and the odd outputs X[2m+1] = B[m] +
@@ -71,10 +74,8 @@ void Dct32Scalar(const double* samples, double* v) {
   const double* x = p;
   for (int i = 0; i < 16; ++i) v[i] = x[16 + i];
   v[16] = 0.0;
-  for (int i = 17; i < 32; ++i) v[i] = -x[48 - i];
-  for (int i = 32; i < 48; ++i) v[i] = -x[48 - i];
-  v[48] = -x[0];
-  for (int i = 49; i < 64; ++i) v[i] = -x[i - 48];
+  for (int i = 17; i < 48; ++i) v[i] = x[48 - i];
+  for (int i = 48; i < 64; ++i) v[i] = x[i - 48];
 }
 
 int16_t ConvertSampleToInt16(double sum) {
@@ -123,6 +124,10 @@ void WindowStereoFloatScalar(void* out, const double* const* taps0, const double
     const double frame[2] = {WindowSum(gTables.synthWindowFloat, taps0, n), WindowSum(gTables.synthWindowFloat, taps1, n)};
     std::memcpy(dst + 16 * n, frame, sizeof(frame));
   }
+}
+
+void ClearSynthesisRing(double* ring) {
+  for (uint32_t i = 0; i < kSynthesisRingSize; ++i) ring[i] = i % 64 >= 17 ? -0.0 : 0.0;
 }
 
 void SynthesizeSlot(const double* samples, double* ring, uint32_t* position, uint32_t bytesPerSample, void* out) {

@@ -20,6 +20,12 @@ void SynthesizeGranule(const double* hybrid, double* ring, uint32_t* position, u
 void SynthesizeStereoGranule(const double* hybrid0, const double* hybrid1, double* ring0, double* ring1,
                              uint32_t* position0, uint32_t* position1, uint32_t bytesPerSample, void* out);
 
+// Clears a channel's 1024-double ring to silence: every matrixing value +0.0, that is
+// +0.0 where the ring stores a value as it is and -0.0 where it stores it negated
+// (entries 17..63 of each row of 64), so that the window's products with a cleared
+// ring carry the signs they have with zero matrixing output.
+void ClearSynthesisRing(double* ring);
+
 // One time slot of one channel: position = (position - 64) mod 1024, 64 new ring values
 // from the 32 subband samples (16-byte aligned), then 32 output samples (int16_t or
 // double by bytesPerSample) at `out`.

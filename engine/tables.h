@@ -31,6 +31,14 @@ extern const int32_t kSynthesisWindowD[kSynthesisWindowTaps];
 // Tap k of output n reads ring[row[k] + n]. Stored as constant data.
 extern const uint32_t kSynthesisRingIndex[16][16];
 
+// The matrixing's values v[17..63] of each ring row are the negated DCT outputs
+// (v[17..47] = -X[31..1], v[48..63] = -X[0..15]); the ring holds them unnegated and the
+// window copies carry the signs instead, which saves the negations and gives the same
+// products bit for bit: (-w) x = w (-x) in every rounding of a product. Window entry
+// 32 k + n meets ring value 32 (k & 1) + n of its row, so its sign is -1 where that
+// value is 17 or more, else +1.
+constexpr int SynthesisWindowSign(uint32_t i) { return 32 * ((i / 32) & 1) + i % 32 >= 17 ? -1 : 1; }
+
 struct DecoderTables {
   // Requantisation: entry k = 2^(-(k - 46) / 4).
   alignas(16) double gain[kGainEntries];
@@ -48,7 +56,7 @@ struct DecoderTables {
   alignas(16) double imdctWindow[4][36];
 
   // Synthesis window copies: D[i] x 2^-16 (float output, full scale +-1.0) and that
-  // times 32768 (16-bit output).
+  // times 32768 (16-bit output), each entry times SynthesisWindowSign(i).
   // Aligned to a cache line: the widest kernels read them in 32-byte loads.
   alignas(64) double synthWindowFloat[kSynthesisWindowTaps];
   alignas(64) double synthWindowInt16[kSynthesisWindowTaps];

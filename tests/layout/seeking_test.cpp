@@ -10,6 +10,8 @@
 #include <vector>
 
 #include "engine/frame_index.h"
+#include "engine/synthesis.h"
+#include "engine/tables.h"
 #include "host/kxcore.h"
 #include "layout/seeking.h"
 #include "support/layout_test_util.h"
@@ -243,7 +245,13 @@ TEST(SeekToFrame, EarlyFramesRestartFromTheFirstFrame) {
     EXPECT_EQ(fx.StreamPos(), static_cast<int64_t>(f) * 417);
     EXPECT_EQ(fx.h.e.muteCounter, 0u);
     EXPECT_EQ(fx.h.e.deemphasisState.primed, 0u);
-    for (uint32_t i = 0; i < kSynthesisAreaBytes + kOverlapAreaBytes; ++i) ASSERT_EQ(fx.h.e.workBlock[i], 0) << i;
+    // The rings cleared to silence (ClearSynthesisRing), the overlap stores to zeros.
+    alignas(16) double cleared[kSynthesisRingSize];
+    ClearSynthesisRing(cleared);
+    for (uint32_t ch = 0; ch < 2; ++ch) {
+      ASSERT_EQ(0, std::memcmp(fx.h.e.workBlock + ch * sizeof(cleared), cleared, sizeof(cleared))) << ch;
+    }
+    for (uint32_t i = 0; i < kOverlapAreaBytes; ++i) ASSERT_EQ(fx.h.e.workBlockHigh[i], 0) << i;
   }
 }
 
