@@ -1,8 +1,8 @@
 // The synthesis matrixing of several time slots at once, one slot per lane of a
-// vector: the 32-point DCT of the scalar reference (synthesis.cpp), with every lane
-// performing exactly the reference's operations in the reference's order, and the
+// vector: the 32-point DCT of the scalar reference (synthesis.cpp), every value of
+// every lane formed by the reference's operation on the reference's operands, and the
 // read-out of the 64 ring values. Written once for any vector width: `O` supplies the
-// vector type and its add, subtract, multiply and broadcast.
+// vector type and its add, subtract, multiply, broadcast and zero.
 //
 // Included by the wide-kernel files, each compiled for its own instruction set. All
 // of it has internal linkage (an unnamed namespace), so that no copy compiled for a
