@@ -64,7 +64,7 @@ void DspWindowInt16(benchmark::State& state) {
   Work& w = Prepared();
   const DspKernels& k = Kernels(state);
   const double* taps[16];
-  kxmp3::RingTaps(w.ring, kxmp3::kSynthesisRingIndex[3], taps);
+  for (int k = 0; k < 16; ++k) taps[k] = w.ring + kxmp3::kSynthesisRingIndex[3][k];
   for (auto _ : state) {
     k.windowInt16(w.pcm, taps);
     benchmark::ClobberMemory();
@@ -76,7 +76,7 @@ void DspWindowFloat(benchmark::State& state) {
   Work& w = Prepared();
   const DspKernels& k = Kernels(state);
   const double* taps[16];
-  kxmp3::RingTaps(w.ring, kxmp3::kSynthesisRingIndex[3], taps);
+  for (int k = 0; k < 16; ++k) taps[k] = w.ring + kxmp3::kSynthesisRingIndex[3][k];
   for (auto _ : state) {
     k.windowFloat(w.out, taps);
     benchmark::ClobberMemory();

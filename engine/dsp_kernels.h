@@ -38,8 +38,7 @@ struct DspKernels {
   void (*dct32LastSlotsStereo)(const double* hybrid0, const double* hybrid1, double* rows0, double* rows1);
   // Synthesis windowing: out[n] = sum over k = 0..15 of W[32 k + n] taps[k][n] for
   // n = 0..31 (W a window copy, signs included), the sum formed tap by tap from k = 0;
-  // taps[k] points at the 32 ring
-  // values tap k reads (on the ring: ring + indexRow[k], see RingTaps). The int16
+  // taps[k] points at the 32 ring values tap k reads. The int16
   // variant uses the 16-bit window copy, rounds to nearest even and saturates (a sum
   // outside the 32-bit range gives -32768); the float variant stores the sums
   // unchanged. Taps aligned; out aligned for the float variant.
@@ -77,9 +76,6 @@ struct DspKernels {
 };
 
 constexpr uint32_t kMaxDctSlotsPerCall = 8;
-
-// The taps of a window on a ring: taps[k] = ring + indexRow[k] (synthesis.cpp).
-void RingTaps(const double* ring, const uint32_t* indexRow, const double* taps[16]);
 
 // The table chosen for this processor: the widest it supports (AVX-512, then AVX2,
 // where the build has those kernels and the processor and system support them), else

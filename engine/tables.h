@@ -28,7 +28,9 @@ extern const int32_t kSynthesisWindowD[kSynthesisWindowTaps];
 
 // Ring index table of the synthesis: row p (the ring position / 64), tap k:
 // (64 p + base[k]) mod 1024 with base[2 j] = 128 j and base[2 j + 1] = 128 j + 96.
-// Tap k of output n reads ring[row[k] + n]. Stored as constant data.
+// Tap k of output n reads ring[row[k] + n] on a ring of 16 rows of 64 values. Stored
+// as constant data. (The engine's own ring keeps 15 rows on 64-byte boundaries, see
+// synthesis.cpp; the kernel tests and benchmarks lay window taps out with this table.)
 extern const uint32_t kSynthesisRingIndex[16][16];
 
 // The matrixing's values v[17..63] of each ring row are the negated DCT outputs

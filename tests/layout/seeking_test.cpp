@@ -245,11 +245,16 @@ TEST(SeekToFrame, EarlyFramesRestartFromTheFirstFrame) {
     EXPECT_EQ(fx.StreamPos(), static_cast<int64_t>(f) * 417);
     EXPECT_EQ(fx.h.e.muteCounter, 0u);
     EXPECT_EQ(fx.h.e.deemphasisState.primed, 0u);
-    // The rings cleared to silence (ClearSynthesisRing), the overlap stores to zeros.
-    alignas(16) double cleared[kSynthesisRingSize];
-    ClearSynthesisRing(cleared);
+    // The rings cleared to silence (ClearSynthesisRing: every row +0.0 where the ring
+    // stores values as they are, -0.0 where it stores them negated), the overlap
+    // stores to zeros.
+    double silent[64];
+    for (int i = 0; i < 64; ++i) silent[i] = i >= 17 ? -0.0 : 0.0;
     for (uint32_t ch = 0; ch < 2; ++ch) {
-      ASSERT_EQ(0, std::memcmp(fx.h.e.workBlock + ch * sizeof(cleared), cleared, sizeof(cleared))) << ch;
+      const double* ring = reinterpret_cast<const double*>(fx.h.e.workBlock) + ch * kSynthesisRingSize;
+      for (uint32_t m = 1; m <= 15; ++m) {
+        ASSERT_EQ(0, std::memcmp(SynthesisRingRow(ring, fx.h.e.ringPos[ch], m), silent, sizeof(silent))) << ch << m;
+      }
     }
     for (uint32_t i = 0; i < kOverlapAreaBytes; ++i) ASSERT_EQ(fx.h.e.workBlockHigh[i], 0) << i;
   }
