@@ -64,7 +64,7 @@ void DspWindowInt16(benchmark::State& state) {
   Work& w = Prepared();
   const DspKernels& k = Kernels(state);
   const double* taps[16];
-  kxmp3::RingTaps(w.ring, kxmp3::kSynthesisRingIndex[3], taps);
+  for (int k = 0; k < 16; ++k) taps[k] = w.ring + kxmp3::kSynthesisRingIndex[3][k];
   for (auto _ : state) {
     k.windowInt16(w.pcm, taps);
     benchmark::ClobberMemory();
@@ -76,7 +76,7 @@ void DspWindowFloat(benchmark::State& state) {
   Work& w = Prepared();
   const DspKernels& k = Kernels(state);
   const double* taps[16];
-  kxmp3::RingTaps(w.ring, kxmp3::kSynthesisRingIndex[3], taps);
+  for (int k = 0; k < 16; ++k) taps[k] = w.ring + kxmp3::kSynthesisRingIndex[3][k];
   for (auto _ : state) {
     k.windowFloat(w.out, taps);
     benchmark::ClobberMemory();
@@ -214,6 +214,42 @@ void DspDct32FourSlots(benchmark::State& state) {
   Label(state);
 }
 
+// The matrixing of all 18 slots of a granule-channel, as the synthesis does it: through
+// dct32Slots where the table has it (AVX-512: 8 + 8 slots, then 2 through AVX2), else
+// gathers and dct32 calls.
+void DspDct32Granule(benchmark::State& state) {
+  Work& w = Prepared();
+  const DspKernels& k = Kernels(state);
+  alignas(64) static double rows[18 * 64];
+  double* first = rows + 64 * 17;  // slot t at first - 64 t
+  alignas(16) double slot[32];
+  for (auto _ : state) {
+    if (k.dct32Slots != nullptr) {
+      for (uint32_t t = 0; t < 18;) t += k.dct32Slots(w.a, t, first - 64 * t);
+    } else {
+      for (uint32_t t = 0; t < 18; ++t) {
+        for (uint32_t sb = 0; sb < 32; ++sb) slot[sb] = (t & sb & 1) != 0 ? -w.a[18 * sb + t] : w.a[18 * sb + t];
+        k.dct32(slot, first - 64 * t);
+      }
+    }
+    benchmark::ClobberMemory();
+  }
+  Label(state);
+}
+
+// The last two slots of both channels of a stereo granule in one call, where the
+// table has it (AVX2 and AVX-512 tables).
+void DspDct32LastSlotsStereo(benchmark::State& state) {
+  Work& w = Prepared();
+  const DspKernels& k = Kernels(state);
+  alignas(64) static double rows[2][2 * 64];
+  for (auto _ : state) {
+    if (k.dct32LastSlotsStereo != nullptr) k.dct32LastSlotsStereo(w.a, w.b, rows[0] + 64, rows[1] + 64);
+    benchmark::ClobberMemory();
+  }
+  Label(state);
+}
+
 // A whole granule-channel through the synthesis (18 slots: matrixing, ring, window).
 // Second argument: bytes per sample.
 void DspSynthesizeGranule(benchmark::State& state) {
@@ -233,6 +269,8 @@ void DspSynthesizeGranule(benchmark::State& state) {
 // Argument 0 = scalar, 1 = SSE2, 2 = AVX2, 3 = AVX-512.
 BENCHMARK(DspDct32)->Arg(0)->Arg(1);
 BENCHMARK(DspDct32FourSlots)->Arg(0)->Arg(1)->Arg(2);
+BENCHMARK(DspDct32Granule)->Arg(0)->Arg(1)->Arg(2)->Arg(3);
+BENCHMARK(DspDct32LastSlotsStereo)->Arg(2);
 BENCHMARK(DspWindowInt16)->Arg(0)->Arg(1)->Arg(2)->Arg(3);
 BENCHMARK(DspWindowFloat)->Arg(0)->Arg(1)->Arg(2)->Arg(3);
 BENCHMARK(DspSynthesizeGranule)

@@ -174,11 +174,11 @@ bool LightPreRollFrame(EngineState& state, Class_ZStream* stream, uint32_t frame
 
 // What a granule's decoding leaves behind for later frames, without the decoding:
 // each channel's Huffman data ends part2_3_length bits after its start, and its
-// synthesis moves the ring position by 18 slots of 64 values.
+// synthesis leaves the ring position at 0 (its newest row first).
 void PassGranule(EngineState& state, const FrameStart& f, uint32_t gr) {
   for (uint32_t ch = 0; ch < f.channels; ++ch) {
     state.reservoirBitPos += f.side.gr[gr][ch].part2_3_length;
-    state.ringPos[ch] = (state.ringPos[ch] - kLinesPerSubband * 64) & (kSynthesisRingSize - 1);
+    state.ringPos[ch] = 0;
   }
 }
 

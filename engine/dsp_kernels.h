@@ -19,7 +19,9 @@ struct DspKernels {
   const char* name;  // "scalar", "sse2", "avx2" or "avx512"
 
   // Synthesis matrixing: v[i] = sum over k of cos((16 + i)(2 k + 1) pi / 64) samples[k],
-  // i = 0..63, by a fast 32-point DCT. samples (32) and v (64) aligned.
+  // i = 0..63, by a fast 32-point DCT, as the ring stores them: v[17..63] negated (the
+  // window copies carry their signs, see SynthesisWindowSign in tables.h). samples (32)
+  // and v (64) aligned.
   void (*dct32)(const double* samples, double* v);
   // Matrixing of several time slots of a granule-channel in one call, or null in a
   // table that does them one at a time through dct32. From slot `first` of `hybrid`
@@ -35,8 +37,8 @@ struct DspKernels {
   // slot 16 exactly from slot 0.
   void (*dct32LastSlotsStereo)(const double* hybrid0, const double* hybrid1, double* rows0, double* rows1);
   // Synthesis windowing: out[n] = sum over k = 0..15 of W[32 k + n] taps[k][n] for
-  // n = 0..31, the sum formed tap by tap from k = 0; taps[k] points at the 32 ring
-  // values tap k reads (on the ring: ring + indexRow[k], see RingTaps). The int16
+  // n = 0..31 (W a window copy, signs included), the sum formed tap by tap from k = 0;
+  // taps[k] points at the 32 ring values tap k reads. The int16
   // variant uses the 16-bit window copy, rounds to nearest even and saturates (a sum
   // outside the 32-bit range gives -32768); the float variant stores the sums
   // unchanged. Taps aligned; out aligned for the float variant.
@@ -76,9 +78,6 @@ struct DspKernels {
 };
 
 constexpr uint32_t kMaxDctSlotsPerCall = 8;
-
-// The taps of a window on a ring: taps[k] = ring + indexRow[k] (synthesis.cpp).
-void RingTaps(const double* ring, const uint32_t* indexRow, const double* taps[16]);
 
 // The table chosen for this processor: the widest it supports (AVX-512, then AVX2,
 // where the build has those kernels and the processor and system support them), else

@@ -8,6 +8,8 @@
 #include "engine_state.h"
 #include "frame_header.h"
 #include "header_word.h"
+#include "synthesis.h"
+#include "tables.h"
 
 namespace kxmp3 {
 
@@ -135,7 +137,9 @@ KxResult ScanFrame(EngineState& engine, Class_ZStream* stream) {
 }
 
 void ResetFilterbank(EngineState& engine) {
-  std::memset(engine.workBlock, 0, kSynthesisAreaBytes);
+  double* rings = reinterpret_cast<double*>(engine.workBlock);
+  ClearSynthesisRing(rings);
+  ClearSynthesisRing(rings + kSynthesisRingSize);
   std::memset(engine.workBlockHigh, 0, kOverlapAreaBytes);
   engine.ringPos[0] = 0;
   engine.ringPos[1] = 0;

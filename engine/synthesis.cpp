@@ -9,6 +9,9 @@
 // X[m] = sum_k cos(m (2 k + 1) pi / 64) s[k] read out with its symmetries:
 //   v[0..15] = X[16..31], v[16] = 0, v[17..31] = -X[31..17],
 //   v[32..47] = -X[16..1], v[48] = -X[0], v[49..63] = -X[1..15].
+// The ring stores v[17..63] without their minus signs, which the window copies carry
+// (SynthesisWindowSign in tables.h): a row on the ring is
+//   X[16..31], 0, X[31..17], X[16..1], X[0..15].
 // The DCT-II is computed by recursive halving: for a block of N values,
 //   a[k] = x[k] + x[N-1-k], b[k] = (x[k] - x[N-1-k]) / (2 cos((2 k + 1) pi / 2N)),
 // the even outputs are the N/2-point DCT of a and the odd outputs X[2m+1] = B[m] +
@@ -71,10 +74,8 @@ void Dct32Scalar(const double* samples, double* v) {
   const double* x = p;
   for (int i = 0; i < 16; ++i) v[i] = x[16 + i];
   v[16] = 0.0;
-  for (int i = 17; i < 32; ++i) v[i] = -x[48 - i];
-  for (int i = 32; i < 48; ++i) v[i] = -x[48 - i];
-  v[48] = -x[0];
-  for (int i = 49; i < 64; ++i) v[i] = -x[i - 48];
+  for (int i = 17; i < 48; ++i) v[i] = x[48 - i];
+  for (int i = 48; i < 64; ++i) v[i] = x[i - 48];
 }
 
 int16_t ConvertSampleToInt16(double sum) {
@@ -95,10 +96,6 @@ inline double WindowSum(const double* window, const double* const* taps, int n) 
 }
 
 }  // namespace
-
-void RingTaps(const double* ring, const uint32_t* indexRow, const double* taps[16]) {
-  for (int k = 0; k < 16; ++k) taps[k] = ring + indexRow[k];
-}
 
 void WindowInt16Scalar(int16_t* out, const double* const* taps) {
   for (int n = 0; n < 32; ++n) out[n] = ConvertSampleToInt16(WindowSum(gTables.synthWindowInt16, taps, n));
@@ -125,18 +122,55 @@ void WindowStereoFloatScalar(void* out, const double* const* taps0, const double
   }
 }
 
+namespace {
+
+// The ring's rows of 64 values start on 64-byte boundaries: the ring is only 16-byte
+// aligned, so they start 0, 2, 4 or 6 values into it. Windows read only the 15 rows
+// before a slot (and the slot's own row, which is elsewhere), so the ring holds 15 rows:
+// 960 values and the offset fit in its 1024. With the rows aligned, no window load of
+// a ring row straddles two cache lines. Row r is at AlignedRows(ring) + 64 r; the slot
+// m slots before the newest is in row (position / 64 + m - 1) mod 15.
+constexpr uint32_t kRingRows = 15;
+
+template <class T>
+T* AlignedRows(T* ring) {
+  return ring + ((0 - reinterpret_cast<uintptr_t>(ring)) & 63) / sizeof(double);
+}
+
+// Row index of the slot m (1..15) slots before the newest.
+uint32_t RingRowIndex(uint32_t position, uint32_t m) {
+  const uint32_t r = (position / 64) % kRingRows + m - 1;
+  return r >= kRingRows ? r - kRingRows : r;
+}
+
+}  // namespace
+
+const double* SynthesisRingRow(const double* ring, uint32_t position, uint32_t m) {
+  return AlignedRows(ring) + 64 * RingRowIndex(position, m);
+}
+
+void ClearSynthesisRing(double* ring) {
+  for (uint32_t i = 0; i < kSynthesisRingSize; ++i) ring[i] = 0.0;
+  double* rows = AlignedRows(ring);
+  for (uint32_t i = 0; i < 64 * kRingRows; ++i) rows[i] = i % 64 >= 17 ? -0.0 : 0.0;
+}
+
 void SynthesizeSlot(const double* samples, double* ring, uint32_t* position, uint32_t bytesPerSample, void* out) {
   const DspKernels& k = Dsp();
-  const uint32_t pos = (*position - 64) & (kSynthesisRingSize - 1);
-  *position = pos;
-  k.dct32(samples, ring + pos);
+  alignas(64) double fresh[64];
+  k.dct32(samples, fresh);
   const double* taps[16];
-  RingTaps(ring, kSynthesisRingIndex[pos / 64], taps);
+  taps[0] = fresh;
+  for (uint32_t m = 1; m < 16; ++m) taps[m] = SynthesisRingRow(ring, *position, m) + 32 * (m & 1);
   if (bytesPerSample == 2) {
     k.windowInt16(static_cast<int16_t*>(out), taps);
   } else {
     k.windowFloat(static_cast<double*>(out), taps);
   }
+  // The new row takes the place of the oldest, which no later window reads.
+  const uint32_t newest = RingRowIndex(*position, kRingRows);
+  std::memcpy(AlignedRows(ring) + 64 * newest, fresh, sizeof(fresh));
+  *position = 64 * newest;
 }
 
 namespace {
@@ -144,38 +178,44 @@ namespace {
 // A granule's 18 new rows are written to a 64-byte aligned linear block, newest first
 // (row 17 - t holds slot t), straight from the matrixing; slot t's window reads, for
 // tap k, the row of slot t - k: in the block while t - k >= 0, else on the ring, where
-// the 15 slots before the granule are (slot -j at position + 64 (j - 1)). So no window
-// waits for a row written just before it, the new rows' loads never straddle cache
-// lines whatever the ring's own alignment, and the ring is read in place. Afterwards
-// the 16 newest rows go to the ring at the positions its slots take, as at most two
-// contiguous blocks.
+// the 15 slots before the granule are. So no window waits for a row written just
+// before it, and the ring is read in place. Afterwards the 15 newest rows (slots 17
+// down to 3) go to the ring's rows 0..14 in one copy, and the position to 0.
 constexpr uint32_t kNewestRow = kLinesPerSubband - 1;  // the row of slot 0 is 17
 
-// One flat block, so that the copies into the ring may run across rows.
+// One flat block, so that the copy into the ring runs across rows.
 struct alignas(64) GranuleRows {
   double data[kLinesPerSubband * 64];
   double* Row(uint32_t i) { return data + 64 * i; }
   const double* Row(uint32_t i) const { return data + 64 * i; }
 };
 
+// The rows of the 15 slots before the granule on the ring: before[m - 1] is the row of
+// the slot m slots before slot 0.
+struct RingBefore {
+  const double* before[kRingRows];
+  RingBefore(const double* ring, uint32_t position) {
+    const double* rows = AlignedRows(ring);
+    uint32_t r = (position / 64) % kRingRows;
+    for (uint32_t m = 0; m < kRingRows; ++m) {
+      before[m] = rows + 64 * r;
+      r = r + 1 == kRingRows ? 0 : r + 1;
+    }
+  }
+};
+
 // The taps of slot t's window.
-void SlotTaps(const GranuleRows& rows, const double* ring, uint32_t position, uint32_t t, const double* taps[16]) {
+void SlotTaps(const GranuleRows& rows, const RingBefore& ring, uint32_t t, const double* taps[16]) {
   for (uint32_t k = 0; k < 16; ++k) {
     const uint32_t half = 32 * (k & 1);
-    taps[k] = k <= t ? rows.Row(kNewestRow - t + k) + half
-                     : ring + ((position + 64 * (k - t - 1)) & (kSynthesisRingSize - 1)) + half;
+    taps[k] = (k <= t ? rows.Row(kNewestRow - t + k) : ring.before[k - t - 1]) + half;
   }
 }
 
-// The granule's rows into the ring at the positions its slots take (slots 0 and 1
-// would be overwritten by slots 16 and 17), and the ring position moved on by 18
-// slots.
+// The granule's 15 newest rows into the ring (slot 17 in row 0, the newest), position 0.
 void StoreRows(const GranuleRows& rows, double* ring, uint32_t* position) {
-  const uint32_t newest = (*position - 64 * kLinesPerSubband) & (kSynthesisRingSize - 1);
-  const uint32_t first = kSynthesisRingSize - newest;
-  std::memcpy(ring + newest, rows.data, first * sizeof(double));
-  std::memcpy(ring, rows.data + first, newest * sizeof(double));
-  *position = newest;
+  std::memcpy(AlignedRows(ring), rows.data, 64 * kRingRows * sizeof(double));
+  *position = 0;
 }
 
 // The matrixing of the granule's 18 slots into their rows.
@@ -205,10 +245,11 @@ void SynthesizeGranule(const double* hybrid, double* ring, uint32_t* position, u
   const DspKernels& k = Dsp();
   GranuleRows rows;
   MatrixGranule(hybrid, rows);
+  const RingBefore before(ring, *position);
   uint8_t* dst = static_cast<uint8_t*>(out);
   for (uint32_t t = 0; t < kLinesPerSubband; ++t) {
     const double* taps[16];
-    SlotTaps(rows, ring, *position, t, taps);
+    SlotTaps(rows, before, t, taps);
     if (bytesPerSample == 2) {
       k.windowInt16(reinterpret_cast<int16_t*>(dst + t * kSubbands * 2), taps);
     } else {
@@ -231,12 +272,13 @@ void SynthesizeStereoGranule(const double* hybrid0, const double* hybrid1, doubl
     MatrixGranule(hybrid0, rows[0]);
     MatrixGranule(hybrid1, rows[1]);
   }
+  const RingBefore before0(ring0, *position0), before1(ring1, *position1);
   uint8_t* dst = static_cast<uint8_t*>(out);
   for (uint32_t t = 0; t < kLinesPerSubband; ++t) {
     const double* taps0[16];
     const double* taps1[16];
-    SlotTaps(rows[0], ring0, *position0, t, taps0);
-    SlotTaps(rows[1], ring1, *position1, t, taps1);
+    SlotTaps(rows[0], before0, t, taps0);
+    SlotTaps(rows[1], before1, t, taps1);
     if (bytesPerSample == 2) {
       k.windowStereoInt16(dst + t * kSubbands * 4, taps0, taps1);
     } else {

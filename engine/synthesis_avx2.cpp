@@ -34,7 +34,6 @@ struct Ops256 {
   static V Mul(V a, V b) { return _mm256_mul_pd(a, b); }
   static V Set1(double a) { return _mm256_set1_pd(a); }
   static V Zero() { return _mm256_setzero_pd(); }
-  static V Neg(V a) { return _mm256_xor_pd(a, _mm256_set1_pd(-0.0)); }
 };
 struct Ops128 {
   using V = __m128d;
@@ -43,7 +42,6 @@ struct Ops128 {
   static V Mul(V a, V b) { return _mm_mul_pd(a, b); }
   static V Set1(double a) { return _mm_set1_pd(a); }
   static V Zero() { return _mm_setzero_pd(); }
-  static V Neg(V a) { return _mm_xor_pd(a, _mm_set1_pd(-0.0)); }
 };
 
 // Four slots, one per lane: `gather(sb)` gives subband sb of the four (odd slots of
@@ -51,22 +49,25 @@ struct Ops128 {
 // values of lane j as the row at rows[j].
 template <class Gather>
 inline void Dct32FourLanes(Gather gather, double* const rows[4]) {
-  alignas(32) __m256d p[32];
-  const __m256d oddSlots = _mm256_set_pd(-0.0, 0.0, -0.0, 0.0);
-  for (int sb = 0; sb < 32; ++sb) {
-    const __m256d s = gather(sb);
-    p[sb] = (sb & 1) != 0 ? _mm256_xor_pd(s, oddSlots) : s;
-  }
   alignas(32) __m256d x[32];
-  Dct32Lanes<Ops256>(p, x);
-  alignas(32) __m256d v[64];
-  RingValuesLanes<Ops256>(x, v);
-  // Four values of four slots at a time: a 4 x 4 transpose.
+  const __m256d oddSlots = _mm256_set_pd(-0.0, 0.0, -0.0, 0.0);
+  // Unrolled, as is the read-out below: every index is then known, and the values
+  // stay in registers.
+#pragma GCC unroll 16
+  for (int sb = 0; sb < 32; sb += 2) {
+    x[sb] = gather(sb);
+    x[sb + 1] = _mm256_xor_pd(gather(sb + 1), oddSlots);
+  }
+  Dct32Lanes<Ops256>(x);
+  // Four ring values of four slots at a time: a 4 x 4 transpose.
+#pragma GCC unroll 16
   for (int i = 0; i < 64; i += 4) {
-    const __m256d t0 = _mm256_unpacklo_pd(v[i], v[i + 1]);
-    const __m256d t1 = _mm256_unpackhi_pd(v[i], v[i + 1]);
-    const __m256d t2 = _mm256_unpacklo_pd(v[i + 2], v[i + 3]);
-    const __m256d t3 = _mm256_unpackhi_pd(v[i + 2], v[i + 3]);
+    const __m256d v0 = RingValueLanes<Ops256>(x, i), v1 = RingValueLanes<Ops256>(x, i + 1);
+    const __m256d v2 = RingValueLanes<Ops256>(x, i + 2), v3 = RingValueLanes<Ops256>(x, i + 3);
+    const __m256d t0 = _mm256_unpacklo_pd(v0, v1);
+    const __m256d t1 = _mm256_unpackhi_pd(v0, v1);
+    const __m256d t2 = _mm256_unpacklo_pd(v2, v3);
+    const __m256d t3 = _mm256_unpackhi_pd(v2, v3);
     _mm256_store_pd(rows[0] + i, _mm256_permute2f128_pd(t0, t2, 0x20));
     _mm256_store_pd(rows[1] + i, _mm256_permute2f128_pd(t1, t3, 0x20));
     _mm256_store_pd(rows[2] + i, _mm256_permute2f128_pd(t0, t2, 0x31));
@@ -82,19 +83,19 @@ void Dct32FourSlots(const double* hybrid, uint32_t first, double* rows) {
 
 // Two slots first, first + 1 (first even: lane 1 is the odd slot).
 void Dct32TwoSlots(const double* hybrid, uint32_t first, double* rows) {
-  alignas(16) __m128d p[32];
-  const __m128d oddSlot = _mm_set_pd(-0.0, 0.0);
-  for (int sb = 0; sb < 32; ++sb) {
-    const __m128d s = _mm_loadu_pd(hybrid + 18 * sb + first);
-    p[sb] = (sb & 1) != 0 ? _mm_xor_pd(s, oddSlot) : s;
-  }
   alignas(16) __m128d x[32];
-  Dct32Lanes<Ops128>(p, x);
-  alignas(16) __m128d v[64];
-  RingValuesLanes<Ops128>(x, v);
+  const __m128d oddSlot = _mm_set_pd(-0.0, 0.0);
+#pragma GCC unroll 16
+  for (int sb = 0; sb < 32; sb += 2) {
+    x[sb] = _mm_loadu_pd(hybrid + 18 * sb + first);
+    x[sb + 1] = _mm_xor_pd(_mm_loadu_pd(hybrid + 18 * (sb + 1) + first), oddSlot);
+  }
+  Dct32Lanes<Ops128>(x);
+#pragma GCC unroll 32
   for (int i = 0; i < 64; i += 2) {
-    _mm_store_pd(rows + i, _mm_unpacklo_pd(v[i], v[i + 1]));
-    _mm_store_pd(rows - 64 + i, _mm_unpackhi_pd(v[i], v[i + 1]));
+    const __m128d v0 = RingValueLanes<Ops128>(x, i), v1 = RingValueLanes<Ops128>(x, i + 1);
+    _mm_store_pd(rows + i, _mm_unpacklo_pd(v0, v1));
+    _mm_store_pd(rows - 64 + i, _mm_unpackhi_pd(v0, v1));
   }
 }
 

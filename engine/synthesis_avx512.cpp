@@ -6,7 +6,8 @@
 // to the most negative 32-bit value) and saturating pack. The matrixing runs the
 // scalar reference's 32-point DCT on eight time slots at once, one slot per lane
 // (dct32_lanes.h), and turns the results into one row of 64 values per slot by 8 x 8
-// transposes; the last two slots of a granule go through the AVX2 kernel.
+// transposes of the 32 DCT outputs and permutations; the last two slots of a granule
+// go through the AVX2 kernel.
 //
 // As in the AVX2 file, nothing here is an inline function shared with other files.
 #include "dsp_kernels.h"
@@ -31,10 +32,6 @@ struct Ops512 {
   static V Mul(V a, V b) { return _mm512_mul_pd(a, b); }
   static V Set1(double a) { return _mm512_set1_pd(a); }
   static V Zero() { return _mm512_setzero_pd(); }
-  // Negation as a flip of the sign bit (AVX-512F has no double-precision xor).
-  static V Neg(V a) {
-    return _mm512_castsi512_pd(_mm512_xor_si512(_mm512_castpd_si512(a), _mm512_set1_epi64(INT64_MIN)));
-  }
 };
 
 // The unpacks and block shuffles in their zero-masking form with every lane selected:
@@ -47,9 +44,9 @@ inline __m512d Blocks(__m512d a, __m512d b) {
   return _mm512_maskz_shuffle_f64x2(0xFF, a, b, kImm);
 }
 
-// Eight values of eight slots (v[0..7]: value i + j of every slot in v[j]) written as
-// the eight slots' rows: rows - 64 s + i holds slot s's eight values.
-inline void Transpose8(const __m512d* v, double* rows, int i) {
+// Eight values of eight slots (v[0..7]: value i + j of every slot in v[j]) as the
+// eight slots' registers: out[s] holds slot s's values i..i+7.
+inline void Transpose8(const __m512d* v, __m512d* out) {
   const __m512d t0 = UnpackLo(v[0], v[1]), t1 = UnpackHi(v[0], v[1]);
   const __m512d t2 = UnpackLo(v[2], v[3]), t3 = UnpackHi(v[2], v[3]);
   const __m512d t4 = UnpackLo(v[4], v[5]), t5 = UnpackHi(v[4], v[5]);
@@ -59,32 +56,61 @@ inline void Transpose8(const __m512d* v, double* rows, int i) {
   const __m512d b0 = Blocks<0x44>(t4, t6), b1 = Blocks<0xEE>(t4, t6);
   const __m512d c0 = Blocks<0x44>(t1, t3), c1 = Blocks<0xEE>(t1, t3);
   const __m512d d0 = Blocks<0x44>(t5, t7), d1 = Blocks<0xEE>(t5, t7);
-  _mm512_storeu_pd(rows + i, Blocks<0x88>(a0, b0));
-  _mm512_storeu_pd(rows - 1 * 64 + i, Blocks<0x88>(c0, d0));
-  _mm512_storeu_pd(rows - 2 * 64 + i, Blocks<0xDD>(a0, b0));
-  _mm512_storeu_pd(rows - 3 * 64 + i, Blocks<0xDD>(c0, d0));
-  _mm512_storeu_pd(rows - 4 * 64 + i, Blocks<0x88>(a1, b1));
-  _mm512_storeu_pd(rows - 5 * 64 + i, Blocks<0x88>(c1, d1));
-  _mm512_storeu_pd(rows - 6 * 64 + i, Blocks<0xDD>(a1, b1));
-  _mm512_storeu_pd(rows - 7 * 64 + i, Blocks<0xDD>(c1, d1));
+  out[0] = Blocks<0x88>(a0, b0);
+  out[1] = Blocks<0x88>(c0, d0);
+  out[2] = Blocks<0xDD>(a0, b0);
+  out[3] = Blocks<0xDD>(c0, d0);
+  out[4] = Blocks<0x88>(a1, b1);
+  out[5] = Blocks<0x88>(c1, d1);
+  out[6] = Blocks<0xDD>(a1, b1);
+  out[7] = Blocks<0xDD>(c1, d1);
 }
 
 // Eight slots first..first+7 (first even): gather (odd slots of odd subbands
 // negated), DCT, and the 64 ring values of each slot as a row: slot first + s at
-// rows - 64 s.
+// rows - 64 s. Only X is transposed (X[8 j..8 j + 7] of slot s in register j of the
+// slot); the row's reversed runs are built from two neighbouring registers by one
+// permutation each:
+//   ring values 0..15   X[16..31]           (registers 2, 3)
+//   ring values 16..23  0, X[31..25]        (register 3 reversed, lane 0 cleared)
+//   ring values 24..47  X[24..1]            (registers 3|2, 2|1, 1|0 reversed)
+//   ring values 48..63  X[0..15]            (registers 0, 1)
 void Dct32EightSlots(const double* hybrid, uint32_t first, double* rows) {
-  alignas(64) __m512d p[32];
+  alignas(64) __m512d x[32];
   // Lanes 1, 3, 5 and 7 are the odd slots.
   const __m512i oddSlots = _mm512_set_epi64(INT64_MIN, 0, INT64_MIN, 0, INT64_MIN, 0, INT64_MIN, 0);
-  for (int sb = 0; sb < 32; ++sb) {
-    const __m512d s = _mm512_loadu_pd(hybrid + 18 * sb + first);
-    p[sb] = (sb & 1) != 0 ? _mm512_castsi512_pd(_mm512_xor_si512(_mm512_castpd_si512(s), oddSlots)) : s;
+  // Unrolled, so that the loads go straight into the first halving.
+#pragma GCC unroll 16
+  for (int sb = 0; sb < 32; sb += 2) {
+    x[sb] = _mm512_loadu_pd(hybrid + 18 * sb + first);
+    const __m512i odd = _mm512_castpd_si512(_mm512_loadu_pd(hybrid + 18 * (sb + 1) + first));
+    x[sb + 1] = _mm512_castsi512_pd(_mm512_xor_si512(odd, oddSlots));
   }
-  alignas(64) __m512d x[32];
-  Dct32Lanes<Ops512>(p, x);
-  alignas(64) __m512d v[64];
-  RingValuesLanes<Ops512>(x, v);
-  for (int i = 0; i < 64; i += 8) Transpose8(v + i, rows, i);
+  Dct32Lanes<Ops512>(x);
+  // Lane 0 from the second register's lane 0, lane i from the first's lane 8 - i.
+  const __m512i reverse = _mm512_set_epi64(1, 2, 3, 4, 5, 6, 7, 8);
+  __m512d hi[8], lo[8];
+  Transpose8(x + 24, hi);
+  Transpose8(x + 16, lo);
+  for (int s = 0; s < 8; ++s) {
+    double* row = rows - 64 * s;
+    _mm512_storeu_pd(row + 0, lo[s]);
+    _mm512_storeu_pd(row + 8, hi[s]);
+    _mm512_storeu_pd(row + 16, _mm512_maskz_permutexvar_pd(0xFE, reverse, hi[s]));
+    _mm512_storeu_pd(row + 24, _mm512_permutex2var_pd(lo[s], reverse, hi[s]));
+  }
+  Transpose8(x + 8, hi);
+  for (int s = 0; s < 8; ++s) {
+    double* row = rows - 64 * s;
+    _mm512_storeu_pd(row + 32, _mm512_permutex2var_pd(hi[s], reverse, lo[s]));
+    _mm512_storeu_pd(row + 56, hi[s]);
+  }
+  Transpose8(x + 0, lo);
+  for (int s = 0; s < 8; ++s) {
+    double* row = rows - 64 * s;
+    _mm512_storeu_pd(row + 40, _mm512_permutex2var_pd(lo[s], reverse, hi[s]));
+    _mm512_storeu_pd(row + 48, lo[s]);
+  }
 }
 
 // ---- Windowing, eight outputs per register ----

@@ -17,7 +17,6 @@ namespace kxmp3 {
 namespace {
 
 inline __m128d Swap(__m128d v) { return _mm_shuffle_pd(v, v, 1); }
-inline __m128d Neg(__m128d v) { return _mm_xor_pd(v, _mm_set1_pd(-0.0)); }
 
 void HalveSse2(const double* in, double* out, int n, const double* factors) {
   if (n == 2) {
@@ -81,10 +80,10 @@ void Dct32Sse2(const double* samples, double* v) {
   RecombineSse2(q, p, 32);
   const double* x = p;
   for (int i = 0; i < 16; i += 2) _mm_store_pd(v + i, _mm_load_pd(x + 16 + i));
-  _mm_store_pd(v + 16, _mm_move_sd(Neg(_mm_unpackhi_pd(_mm_setzero_pd(), _mm_load_pd(x + 30))), _mm_setzero_pd()));
-  for (int r = 1; r < 8; ++r) _mm_store_pd(v + 16 + 2 * r, Neg(Swap(_mm_loadu_pd(x + 31 - 2 * r))));
-  for (int r = 0; r < 8; ++r) _mm_store_pd(v + 32 + 2 * r, Neg(Swap(_mm_loadu_pd(x + 15 - 2 * r))));
-  for (int i = 0; i < 16; i += 2) _mm_store_pd(v + 48 + i, Neg(_mm_load_pd(x + i)));
+  _mm_store_pd(v + 16, _mm_unpackhi_pd(_mm_setzero_pd(), _mm_load_pd(x + 30)));
+  for (int r = 1; r < 8; ++r) _mm_store_pd(v + 16 + 2 * r, Swap(_mm_loadu_pd(x + 31 - 2 * r)));
+  for (int r = 0; r < 8; ++r) _mm_store_pd(v + 32 + 2 * r, Swap(_mm_loadu_pd(x + 15 - 2 * r)));
+  for (int i = 0; i < 16; i += 2) _mm_store_pd(v + 48 + i, _mm_load_pd(x + i));
 }
 
 namespace {

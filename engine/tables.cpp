@@ -125,9 +125,11 @@ void InitDecoderTables() {
     }
   }
 
-  // 3. Synthesis window copies: full scale +-1.0, and x 32768 for 16-bit output.
+  // 3. Synthesis window copies: full scale +-1.0, and x 32768 for 16-bit output, with
+  // the signs of the ring values the matrixing stores unnegated (SynthesisWindowSign).
   for (uint32_t i = 0; i < kSynthesisWindowTaps; ++i) {
-    t.synthWindowFloat[i] = kSynthesisWindowD[i] / 65536.0;
+    const double d = kSynthesisWindowD[i] / 65536.0;
+    t.synthWindowFloat[i] = SynthesisWindowSign(i) < 0 ? -d : d;
     t.synthWindowInt16[i] = t.synthWindowFloat[i] * 32768.0;
   }
 

@@ -28,8 +28,18 @@ extern const int32_t kSynthesisWindowD[kSynthesisWindowTaps];
 
 // Ring index table of the synthesis: row p (the ring position / 64), tap k:
 // (64 p + base[k]) mod 1024 with base[2 j] = 128 j and base[2 j + 1] = 128 j + 96.
-// Tap k of output n reads ring[row[k] + n]. Stored as constant data.
+// Tap k of output n reads ring[row[k] + n] on a ring of 16 rows of 64 values. Stored
+// as constant data. (The engine's own ring keeps 15 rows on 64-byte boundaries, see
+// synthesis.cpp; the kernel tests and benchmarks lay window taps out with this table.)
 extern const uint32_t kSynthesisRingIndex[16][16];
+
+// The matrixing's values v[17..63] of each ring row are the negated DCT outputs
+// (v[17..47] = -X[31..1], v[48..63] = -X[0..15]); the ring holds them unnegated and the
+// window copies carry the signs instead, which saves the negations and gives the same
+// products bit for bit: (-w) x = w (-x) in every rounding of a product. Window entry
+// 32 k + n meets ring value 32 (k & 1) + n of its row, so its sign is -1 where that
+// value is 17 or more, else +1.
+constexpr int SynthesisWindowSign(uint32_t i) { return 32 * ((i / 32) & 1) + i % 32 >= 17 ? -1 : 1; }
 
 struct DecoderTables {
   // Requantisation: entry k = 2^(-(k - 46) / 4).
@@ -48,7 +58,7 @@ struct DecoderTables {
   alignas(16) double imdctWindow[4][36];
 
   // Synthesis window copies: D[i] x 2^-16 (float output, full scale +-1.0) and that
-  // times 32768 (16-bit output).
+  // times 32768 (16-bit output), each entry times SynthesisWindowSign(i).
   // Aligned to a cache line: the widest kernels read them in 32-byte loads.
   alignas(64) double synthWindowFloat[kSynthesisWindowTaps];
   alignas(64) double synthWindowInt16[kSynthesisWindowTaps];

@@ -11,6 +11,8 @@
 #include <cstring>
 
 #include "../engine/output.h"
+#include "../engine/synthesis.h"
+#include "../engine/tables.h"
 #include "../host/kxcore.h"
 #include "../layout/container.h"
 #include "../tags/tag_merge.h"
@@ -156,6 +158,8 @@ void Class_KXMP3::OpenSequence(const OpenParams& params, Class_ZStream*& stream)
   e.workBlockRaw = static_cast<uint8_t*>(ZCoreAlloc(ZMEM_ZEROED, kWorkBlockRawBytes));
   e.workBlock = AlignWorkBlock(e.workBlockRaw);
   e.workBlockHigh = e.workBlock + kSynthesisAreaBytes;
+  ClearSynthesisRing(reinterpret_cast<double*>(e.workBlock));
+  ClearSynthesisRing(reinterpret_cast<double*>(e.workBlock) + kSynthesisRingSize);
   e.reservoir = static_cast<uint8_t*>(ZCoreAlloc(ZMEM_ZEROED, kReservoirBytes));
   e.reservoirWriteIndex = 0;
   e.reservoirBitPos = 0;

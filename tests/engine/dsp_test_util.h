@@ -16,9 +16,10 @@ namespace kxtest {
 // Builds the decoder tables once per test process (engine_harness.cpp).
 void EnsureDecoderTables();
 
-// A 16-byte aligned array of doubles, as the kernels require.
+// An array of doubles on a 64-byte boundary (the kernels need 16 bytes; a ring in
+// such an array keeps its rows at the same place in it, see SynthesisRingRow).
 template <size_t N>
-struct alignas(16) Doubles {
+struct alignas(64) Doubles {
   double v[N];
   double& operator[](size_t i) { return v[i]; }
   const double& operator[](size_t i) const { return v[i]; }
@@ -37,7 +38,9 @@ inline std::vector<const kxmp3::DspKernels*> ScalarAndSse2Kernels() {
 // The 16 taps of a window on a ring (kernels take a pointer per tap).
 struct Taps {
   const double* tap[16];
-  Taps(const double* ring, const uint32_t* indexRow) { kxmp3::RingTaps(ring, indexRow, tap); }
+  Taps(const double* ring, const uint32_t* indexRow) {
+    for (int k = 0; k < 16; ++k) tap[k] = ring + indexRow[k];
+  }
   const double* const* data() const { return tap; }
 };
 

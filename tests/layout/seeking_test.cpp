@@ -10,6 +10,8 @@
 #include <vector>
 
 #include "engine/frame_index.h"
+#include "engine/synthesis.h"
+#include "engine/tables.h"
 #include "host/kxcore.h"
 #include "layout/seeking.h"
 #include "support/layout_test_util.h"
@@ -243,7 +245,18 @@ TEST(SeekToFrame, EarlyFramesRestartFromTheFirstFrame) {
     EXPECT_EQ(fx.StreamPos(), static_cast<int64_t>(f) * 417);
     EXPECT_EQ(fx.h.e.muteCounter, 0u);
     EXPECT_EQ(fx.h.e.deemphasisState.primed, 0u);
-    for (uint32_t i = 0; i < kSynthesisAreaBytes + kOverlapAreaBytes; ++i) ASSERT_EQ(fx.h.e.workBlock[i], 0) << i;
+    // The rings cleared to silence (ClearSynthesisRing: every row +0.0 where the ring
+    // stores values as they are, -0.0 where it stores them negated), the overlap
+    // stores to zeros.
+    double silent[64];
+    for (int i = 0; i < 64; ++i) silent[i] = i >= 17 ? -0.0 : 0.0;
+    for (uint32_t ch = 0; ch < 2; ++ch) {
+      const double* ring = reinterpret_cast<const double*>(fx.h.e.workBlock) + ch * kSynthesisRingSize;
+      for (uint32_t m = 1; m <= 15; ++m) {
+        ASSERT_EQ(0, std::memcmp(SynthesisRingRow(ring, fx.h.e.ringPos[ch], m), silent, sizeof(silent))) << ch << m;
+      }
+    }
+    for (uint32_t i = 0; i < kOverlapAreaBytes; ++i) ASSERT_EQ(fx.h.e.workBlockHigh[i], 0) << i;
   }
 }
 

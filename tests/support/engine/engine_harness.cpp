@@ -9,6 +9,7 @@
 #include "engine/frame_header.h"
 #include "engine/header_word.h"
 #include "engine/output.h"
+#include "engine/synthesis.h"
 #include "engine/tables.h"
 #include "host/kxcore.h"
 
@@ -92,6 +93,8 @@ std::unique_ptr<EngineHarness> EngineHarness::Open(std::vector<uint8_t> data, co
   s->workBlockRaw = static_cast<uint8_t*>(ZCoreAlloc(ZMEM_ZEROED, kxmp3::kWorkBlockRawBytes));
   s->workBlock = s->workBlockRaw + (16 - (reinterpret_cast<uintptr_t>(s->workBlockRaw) & 15));
   s->workBlockHigh = s->workBlock + kxmp3::kSynthesisAreaBytes;
+  kxmp3::ClearSynthesisRing(reinterpret_cast<double*>(s->workBlock));
+  kxmp3::ClearSynthesisRing(reinterpret_cast<double*>(s->workBlock) + kxmp3::kSynthesisRingSize);
   s->reservoir = static_cast<uint8_t*>(ZCoreAlloc(ZMEM_ZEROED, kxmp3::kReservoirBytes));
   s->frameIndexCapacity = h->frameCount_ + options.indexSlack;
   s->frameIndex = static_cast<kxmp3::FrameIndexEntry*>(
