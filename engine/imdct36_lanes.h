@@ -16,11 +16,10 @@
 namespace kxmp3 {
 namespace {
 
-// x[0..17]: line k of every lane's subband in x[k] (overwritten). Writes the 36
-// windowed outputs of each lane to out[0..35]: the first 18 are to be added to the
-// stored overlap (OverlapLanes), the last 18 are the new overlap.
+// x[0..17]: line k of every lane's subband in x[k] (overwritten). Gives the combined
+// halves, minus[r] and plus[r] (r = 0..8), from which WindowedLanes forms the outputs.
 template <class O>
-inline void Imdct36Lanes(typename O::V* x, typename O::V* out, const double* window) {
+inline void Imdct36Lanes(typename O::V* x, typename O::V* minus, typename O::V* plus) {
   using V = typename O::V;
   const ImdctConstants& c = gImdctConstants;
   // Running sums in place: Z[k] = X[k] + X[k-1], then Z'[k] = Z[k] + Z[k-2] for odd k.
@@ -57,18 +56,25 @@ inline void Imdct36Lanes(typename O::V* x, typename O::V* out, const double* win
     p[4][half] = O::Add(O::Sub(O::Add(O::Sub(v0, v2), v4), v6), v8);
   }
 
-  // Combine the halves, then permute and window: outputs 8 - r and 9 + r take
-  // minus[r], outputs 26 - r and 27 + r take plus[r].
+  // Combine the halves.
   for (int r = 0; r < 9; ++r) {
     const V e = p[r][0];
     const V t = O::Mul(p[r][1], O::Set1(c.combine36[r]));
-    const V plus = O::Add(e, t);
-    const V minus = O::Sub(e, t);
-    out[8 - r] = O::Mul(minus, O::Set1(window[8 - r]));
-    out[9 + r] = O::Mul(minus, O::Set1(window[9 + r]));
-    out[26 - r] = O::Mul(plus, O::Set1(window[26 - r]));
-    out[27 + r] = O::Mul(plus, O::Set1(window[27 + r]));
+    plus[r] = O::Add(e, t);
+    minus[r] = O::Sub(e, t);
   }
+}
+
+// Output t (0..17) of every lane, windowed and added to the stored overlap `stored`,
+// and its new overlap (output 18 + t): outputs 8 - r and 9 + r take minus[r], outputs
+// 26 - r and 27 + r take plus[r], so time sample t and the overlap value after it come
+// from the same r.
+template <class O>
+inline void WindowedLanes(const typename O::V* minus, const typename O::V* plus, const double* window, int t,
+                          typename O::V stored, typename O::V& sample, typename O::V& overlap) {
+  const int r = t <= 8 ? 8 - t : t - 9;
+  sample = O::Add(O::Mul(minus[r], O::Set1(window[t])), stored);
+  overlap = O::Mul(plus[r], O::Set1(window[18 + t]));
 }
 
 }  // namespace
