@@ -20,18 +20,11 @@
 #include <immintrin.h>
 
 #include "imdct36_lanes.h"
+#include "lane_ops512.h"
 
 namespace kxmp3 {
 
 namespace {
-
-struct Ops512 {
-  using V = __m512d;
-  static V Add(V a, V b) { return _mm512_add_pd(a, b); }
-  static V Sub(V a, V b) { return _mm512_sub_pd(a, b); }
-  static V Mul(V a, V b) { return _mm512_mul_pd(a, b); }
-  static V Set1(double a) { return _mm512_set1_pd(a); }
-};
 
 // The 128-bit piece at `at` (16-byte aligned, so that no load straddles a cache line,
 // as the 64-byte loads of rows 18 doubles apart would).

@@ -17,6 +17,7 @@
 #include <immintrin.h>
 
 #include "dct32_lanes.h"
+#include "lane_ops512.h"
 #include "tables.h"
 
 namespace kxmp3 {
@@ -24,15 +25,6 @@ namespace kxmp3 {
 namespace {
 
 // ---- Matrixing, one slot per lane ----
-
-struct Ops512 {
-  using V = __m512d;
-  static V Add(V a, V b) { return _mm512_add_pd(a, b); }
-  static V Sub(V a, V b) { return _mm512_sub_pd(a, b); }
-  static V Mul(V a, V b) { return _mm512_mul_pd(a, b); }
-  static V Set1(double a) { return _mm512_set1_pd(a); }
-  static V Zero() { return _mm512_setzero_pd(); }
-};
 
 // The unpacks and block shuffles in their zero-masking form with every lane selected:
 // the same instructions, without the undefined source register of the plain forms,

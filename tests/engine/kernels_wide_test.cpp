@@ -228,66 +228,55 @@ TEST_F(WideKernelsTest, LastSlotsOfTwoChannelsEqualDct32OfEachSlot) {
   }
 }
 
-TEST_F(WideKernelsTest, HybridLongPairEqualsImdct36AndOverlapAddOfEachSubband) {
-  kxtest::Random rnd(24);
-  for (const DspKernels* k : wide_) {
-    for (int trial = 0; trial < 1500; ++trial) {
-      Doubles<36> lines, overlap;
-      rnd.Fill(lines.data(), 36, trial % 3 == 0 ? 1e5 : 1.0, true);
-      rnd.Fill(overlap.data(), 36, 1.0, true);
-      const int type = std::array<int, 3>{0, 1, 3}[trial % 3];
-      const double* window = gTables.imdctWindow[type];
-      // The reference: one subband at a time through the SSE2 kernel.
-      Doubles<36> expectLines = lines, expectOverlap = overlap;
-      for (int half = 0; half < 2; ++half) {
-        Doubles<18> in;
-        for (int i = 0; i < 18; ++i) in[i] = expectLines[18 * half + i];
-        Doubles<36> scratch;
-        sse2_->imdct36(in.data(), scratch.data(), window);
-        OverlapAdd(scratch.data(), expectLines.data() + 18 * half, expectOverlap.data() + 18 * half);
-      }
-      k->hybridLongPair(lines.data(), overlap.data(), window);
-      ExpectSameBits(expectLines, lines, std::string(k->name) + " samples trial " + std::to_string(trial));
-      ExpectSameBits(expectOverlap, overlap, std::string(k->name) + " overlap trial " + std::to_string(trial));
+// A kernel of `subbands` consecutive long-block subbands (`group`) against the SSE2
+// 36-point kernel and the overlap-add, one subband at a time, on random lines and
+// overlaps of every long block type.
+void ExpectLongGroupMatchesTheSse2Kernel(const DspKernels& sse2, const std::string& name,
+                                         void (*group)(double*, double*, const double*), int subbands,
+                                         uint32_t seed) {
+  kxtest::Random rnd(seed);
+  const int n = 18 * subbands;
+  for (int trial = 0; trial < 1500; ++trial) {
+    Doubles<144> lines{}, overlap{};
+    rnd.Fill(lines.data(), n, trial % 3 == 0 ? 1e5 : 1.0, true);
+    rnd.Fill(overlap.data(), n, 1.0, true);
+    if (trial % 7 == 0) {
+      // Values no decoded stream reaches, which must still come out as the
+      // reference's: infinities in the lines and in the overlap (and so the NaN that
+      // the processor makes of their differences; an injected NaN is left out, since
+      // which of two NaN operands an addition returns depends on the compiler's
+      // operand order, not on the arithmetic).
+      lines[rnd.Below(n)] = std::numeric_limits<double>::infinity();
+      lines[rnd.Below(n)] = -std::numeric_limits<double>::infinity();
+      overlap[rnd.Below(n)] = -std::numeric_limits<double>::infinity();
     }
+    const int type = std::array<int, 3>{0, 1, 3}[trial % 3];
+    const double* window = gTables.imdctWindow[type];
+    // The reference: one subband at a time through the SSE2 kernel.
+    Doubles<144> expectLines = lines, expectOverlap = overlap;
+    for (int sb = 0; sb < subbands; ++sb) {
+      Doubles<18> in;
+      for (int i = 0; i < 18; ++i) in[i] = expectLines[18 * sb + i];
+      Doubles<36> scratch;
+      sse2.imdct36(in.data(), scratch.data(), window);
+      OverlapAdd(scratch.data(), expectLines.data() + 18 * sb, expectOverlap.data() + 18 * sb);
+    }
+    group(lines.data(), overlap.data(), window);
+    ExpectSameBits(expectLines, lines, name + " samples trial " + std::to_string(trial));
+    ExpectSameBits(expectOverlap, overlap, name + " overlap trial " + std::to_string(trial));
   }
 }
 
+TEST_F(WideKernelsTest, HybridLongPairEqualsImdct36AndOverlapAddOfEachSubband) {
+  for (const DspKernels* k : wide_) ExpectLongGroupMatchesTheSse2Kernel(*sse2_, k->name, k->hybridLongPair, 2, 24);
+}
+
 TEST_F(WideKernelsTest, HybridLongEightEqualsImdct36AndOverlapAddOfEachSubband) {
-  kxtest::Random rnd(26);
   int tested = 0;
   for (const DspKernels* k : wide_) {
     if (k->hybridLongEight == nullptr) continue;
     ++tested;
-    for (int trial = 0; trial < 1500; ++trial) {
-      Doubles<144> lines, overlap;
-      rnd.Fill(lines.data(), 144, trial % 3 == 0 ? 1e5 : 1.0, true);
-      rnd.Fill(overlap.data(), 144, 1.0, true);
-      if (trial % 7 == 0) {
-        // Values no decoded stream reaches, which must still come out as the
-        // reference's: infinities in the lines and in the overlap (and so the NaN that
-        // the processor makes of their differences; an injected NaN is left out, since
-        // which of two NaN operands an addition returns depends on the compiler's
-        // operand order, not on the arithmetic).
-        lines[rnd.Below(144)] = std::numeric_limits<double>::infinity();
-        lines[rnd.Below(144)] = -std::numeric_limits<double>::infinity();
-        overlap[rnd.Below(144)] = -std::numeric_limits<double>::infinity();
-      }
-      const int type = std::array<int, 3>{0, 1, 3}[trial % 3];
-      const double* window = gTables.imdctWindow[type];
-      // The reference: one subband at a time through the SSE2 kernel.
-      Doubles<144> expectLines = lines, expectOverlap = overlap;
-      for (int sb = 0; sb < 8; ++sb) {
-        Doubles<18> in;
-        for (int i = 0; i < 18; ++i) in[i] = expectLines[18 * sb + i];
-        Doubles<36> scratch;
-        sse2_->imdct36(in.data(), scratch.data(), window);
-        OverlapAdd(scratch.data(), expectLines.data() + 18 * sb, expectOverlap.data() + 18 * sb);
-      }
-      k->hybridLongEight(lines.data(), overlap.data(), window);
-      ExpectSameBits(expectLines, lines, std::string(k->name) + " samples trial " + std::to_string(trial));
-      ExpectSameBits(expectOverlap, overlap, std::string(k->name) + " overlap trial " + std::to_string(trial));
-    }
+    ExpectLongGroupMatchesTheSse2Kernel(*sse2_, k->name, k->hybridLongEight, 8, 26);
   }
   if (tested == 0) GTEST_SKIP() << "no table of this processor transforms eight subbands at a time";
 }
